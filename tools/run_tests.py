@@ -1,0 +1,134 @@
+#!/usr/bin/env python3
+"""Builds and runs every stage of the tests and adds up what passed and failed.
+
+A stage that cannot even build or start counts as one failure. Results come from the JUnit files
+that ctest and pytest write, and from the exit status of each fuzz target.
+"""
+import argparse
+import os
+import pathlib
+import subprocess
+import sys
+import time
+import xml.etree.ElementTree as ElementTree
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+BUILD = ROOT / "build"
+RESULTS = BUILD / "results"
+JOBS = str(os.cpu_count() or 2)
+FUZZ_SECONDS = int(os.environ.get("FUZZ_SECONDS", "5"))
+
+# A report of a sanitizer ends the process with a status of its own, so that no report is overlooked.
+SANITIZERS = {
+    "ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0:exitcode=86:detect_stack_use_after_return=1",
+    "UBSAN_OPTIONS": "print_stacktrace=1:halt_on_error=1:exitcode=86",
+    "TSAN_OPTIONS": "halt_on_error=0:exitcode=66:second_deadlock_stack=1",
+}
+
+
+class StageFailed(Exception):
+    pass
+
+
+def run(*command, env=None, check=True):
+    print("+", *command, flush=True)
+    done = subprocess.run([str(word) for word in command], cwd=ROOT, env={**os.environ, **SANITIZERS, **(env or {})},
+                          stdin=subprocess.DEVNULL)
+    if check and done.returncode != 0:
+        raise StageFailed(f"{command[0]} ended with {done.returncode}")
+    return done.returncode
+
+
+def build(preset, *targets):
+    if not (BUILD / preset / "build.ninja").exists():
+        run("cmake", "--preset", preset)
+    run("cmake", "--build", BUILD / preset, "-j", JOBS, *(["--target", *targets] if targets else []))
+
+
+def counts(junit):
+    """(passed, failed) of a JUnit file; a skipped test counts as failed, for nothing here may be skipped."""
+    passed = failed = 0
+    for case in ElementTree.parse(junit).iter("testcase"):
+        bad = case.get("status") in ("fail", "notrun", "disabled") or any(
+            case.find(tag) is not None for tag in ("failure", "error", "skipped"))
+        failed, passed = failed + bad, passed + (not bad)
+    return passed, failed
+
+
+def unit(preset):
+    build(preset, "quillwave_tests")
+    junit = RESULTS / f"unit-{preset}.xml"
+    run("ctest", "--test-dir", BUILD / preset, "-j", str(2 * int(JOBS)), "--output-on-failure", "--timeout", "120",
+        "--no-tests=error", "-Q", "--output-junit", junit, check=False)
+    return counts(junit)
+
+
+def server(preset):
+    build(preset, "quillwave")
+    junit = RESULTS / f"server-{preset}.xml"
+    run("/usr/bin/python3", "-m", "pytest", "-q", "-n", str(4 * int(JOBS)), "--dist", "worksteal", "-p", "no:cacheprovider", f"--junitxml={junit}",
+        "tests/server", env={"QUILLWAVE_BIN": str(BUILD / preset / "quillwave")}, check=False)
+    return counts(junit)
+
+
+def headers():
+    """Every public header compiles by itself."""
+    if not (BUILD / "dev" / "build.ninja").exists():
+        run("cmake", "--preset", "dev", "-DBUILD_TESTING=OFF")
+    run("cmake", "--build", BUILD / "dev", "-j", JOBS, "--target", "all_verify_interface_header_sets")
+    return 1, 0
+
+
+def fuzz():
+    build("fuzz")
+    passed = failed = 0
+    for target in sorted((BUILD / "fuzz" / "tests" / "fuzz").glob("*_fuzz")):
+        corpus = ROOT / "tests" / "fuzz" / "corpus" / target.name
+        grown = BUILD / "fuzz" / "corpus" / target.name
+        grown.mkdir(parents=True, exist_ok=True)
+        status = run(target, f"-max_total_time={FUZZ_SECONDS}", "-timeout=10", "-rss_limit_mb=2048", "-close_fd_mask=3",
+                     f"-artifact_prefix={RESULTS}/{target.name}-", grown, *([corpus] if corpus.is_dir() else []), check=False)
+        passed, failed = passed + (status == 0), failed + (status != 0)
+    if passed + failed == 0:
+        raise StageFailed("no fuzz target was built")
+    return passed, failed
+
+
+STAGES = {
+    "headers": headers,
+    "unit-asan": lambda: unit("asan"),
+    "server-asan": lambda: server("asan"),
+    "unit-tsan": lambda: unit("tsan"),
+    "server-tsan": lambda: server("tsan"),
+    "fuzz": fuzz,
+}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--only", help="stages to run, separated by commas")
+    parser.add_argument("--list", action="store_true", help="name the stages")
+    args = parser.parse_args()
+    if args.list:
+        sys.exit("\n".join(STAGES))
+    RESULTS.mkdir(parents=True, exist_ok=True)
+    table, began = [], time.monotonic()
+    for name in args.only.split(",") if args.only else STAGES:
+        start = time.monotonic()
+        try:
+            passed, failed = STAGES[name]()
+        except (StageFailed, OSError, ElementTree.ParseError) as fault:
+            print(f"{name}: {fault}", flush=True)
+            passed, failed = 0, 1
+        table.append((name, passed, failed, time.monotonic() - start))
+    print(f"\n{'stage':<14}{'passed':>8}{'failed':>8}{'seconds':>9}")
+    for name, passed, failed, seconds in table:
+        print(f"{name:<14}{passed:>8}{failed:>8}{seconds:>9.0f}")
+    print(f"{'all':<14}{'':>16}{time.monotonic() - began:>9.0f}")
+    passed, failed = (sum(row[i] for row in table) for i in (1, 2))
+    print(f"{passed} passed, {failed} failed")
+    sys.exit(1 if failed else 0)
+
+
+if __name__ == "__main__":
+    main()
