@@ -1,0 +1,82 @@
+#pragma once
+
+#include "core/concurrent_queue.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+class ThreadPoolWork;
+
+// All connections and streams run on these few threads. A manager has every registered object
+// polled once in 50 milliseconds; what asks for a slice is queued at the priority it named and
+// processed once. Polls come before slices, high before normal before low, strictly. Any thread:
+// Add, Remove, AddWork. Start, SignalStop and WaitForStop: in this order, by whoever starts and
+// stops the server.
+class ThreadPool {
+public:
+    using WorkPointer = std::shared_ptr<ThreadPoolWork>;
+    enum Priority : std::uint8_t { HIGH = 0, NORMAL = 1, LOW = 2, NOTHING = 3 };
+
+    // Registered from the next cycle on. Ignored once the stop was signalled.
+    static void Add(WorkPointer work);
+    // Leaves with the next cycle; may be called from within Process, and during the stop.
+    static void Remove(WorkPointer work);
+    // One Process at this priority, without waiting for a poll. Any other priority does nothing.
+    static void AddWork(WorkPointer work, Priority priority);
+
+    // Starts the manager and as many workers as the setting ThreadPool says.
+    static void Start();
+    static void SignalStop();
+    // Returns when every registered object has left and all threads have ended; at once when the
+    // pool was never started.
+    static void WaitForStop();
+
+    // Workers for a value of the setting, on a machine with so many processors.
+    static std::size_t WorkerCount(int setting, long processors);
+
+private:
+    using Clock = std::chrono::steady_clock;
+    struct Ready;
+    struct PollBatch;
+
+    static void manage();
+    static void run_cycle(bool take_new);
+    static void take_added();
+    static void take_removed();
+    static void have_list_polled();
+    static void finish_cycle(Clock::time_point started, bool stopping);
+    static void stop_all_work();
+
+    static void run_worker();
+    static PollBatch claim_polls();
+    static void poll(const PollBatch& batch, std::vector<Ready>& ready);
+    static void queue_polled(const PollBatch& batch, std::vector<Ready>& ready);
+    static WorkPointer next_slice();
+
+    static concurrent_queue<WorkPointer> work_to_add;
+    static concurrent_queue<WorkPointer> work_to_rem;
+    static std::vector<WorkPointer> registered; // the manager's; workers read it while they poll
+
+    static std::mutex ntMutex; // guards all that follows, up to the threads
+    static std::condition_variable notifyThreads;
+    static std::condition_variable polls_done;
+    static std::condition_variable stop_signalled;
+    static std::size_t polls_claimed; // indexes of `registered`
+    static std::size_t polls_finished;
+    static std::size_t polls_wanted;
+    static std::deque<WorkPointer> queues[3]; // by Priority
+    static std::size_t idle_workers;
+
+    static std::thread manager_thread;
+    static std::vector<std::thread> worker_pool;
+    static std::atomic<bool> stop_signal;
+    static std::atomic<bool> working;
+    static std::atomic<long long> last_duration; // milliseconds
+};
