@@ -1,0 +1,206 @@
+#pragma once
+
+#include "core/Log.h"
+#include "core/ThreadPoolWork.h"
+#include "core/spinlock.h"
+#include "media/PacketBuffer.h"
+#include "streaming/PacketQueue.h"
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <string>
+
+class MediaWriter;
+class Mount;
+class Request;
+class Response;
+class Socket;
+class User;
+class WebPanel;
+struct METADATA;
+
+// One accepted connection, from its first byte to its end: it reads the request, tells from it what
+// the connection is (a source, a page, a listener), and serves it. A source is handed to its Mount.
+// Held by ReceiverList and the pool, and by the Mount that it listens to.
+//
+// One worker at a time runs Process, with process_lock held, and never waits in it: what cannot go
+// on returns and is called again. The pointers and texts below change on that worker only, and
+// under name_lock; so the worker reads them as they are, and any other thread under name_lock.
+// Any thread: Kick, OnNewPacket and the public accessors. SetMount and Detached: any thread that
+// does not hold a process_lock of a listener.
+class Receiver : public PacketBufferListener,
+                 public ThreadPoolWork,
+                 public std::enable_shared_from_this<Receiver> {
+public:
+    explicit Receiver(std::shared_ptr<Socket> client);
+    ~Receiver() override;
+
+    void OnNewPacket(const std::shared_ptr<BufferEntry>& packet) override;
+
+    void SignalStop() override { Kick(); }
+    ThreadPool::Priority Poll(long long elapsed) override;
+    void Process() override;
+
+    // Ends the connection with its next slice, which comes without further waiting.
+    void Kick();
+    // Moves a listener to another connected mount of the same content type; anything else is
+    // ignored. Waits while a slice of the listener runs.
+    void SetMount(const std::shared_ptr<Mount>& new_mount) EXCLUDES(process_lock);
+    // Finished, with no slice running.
+    bool Detached() EXCLUDES(process_lock);
+
+    std::shared_ptr<Receiver> getptr() { return shared_from_this(); }
+    // 0 reading a request, 1 a long-running answer, 2 to be torn down, 3 finished or handed over.
+    int Status() const { return status.load(std::memory_order_acquire); }
+    std::string GetUUID() const { return uuid; }
+    std::string GetIP() const { return ip; }
+    std::string GetInterfaceIP() const { return interface_ip; }
+    std::string GetHostname() const EXCLUDES(name_lock);
+    std::shared_ptr<Request> GetRequest() const EXCLUDES(name_lock);
+    // The mount asked for, also while its fallback is played; empty for other connections.
+    std::shared_ptr<Mount> GetMount() const EXCLUDES(name_lock);
+    // The address of the fallback that is being played, empty otherwise.
+    std::string ActiveMount() const EXCLUDES(name_lock);
+    std::shared_ptr<User> GetUserAccount() const EXCLUDES(name_lock);
+
+    // Why the connection ends: an errno value, 105 for too much queued, 110 for a send that took
+    // too long; 0 for none.
+    int LastError() const EXCLUDES(name_lock);
+    std::uint64_t BytesSent() const EXCLUDES(name_lock);
+    time_t ConnectTime() const { return connect_time; }
+    double GetConnectTime() const; // seconds since then
+    time_t GetLastServiceTime() const { return last_service.load(std::memory_order_relaxed); }
+    bool Vip() const { return vip.load(std::memory_order_relaxed); }
+    // Bytes per second, over the last ten seconds or all that is remembered.
+    std::uint64_t GetBitrate(bool recent) const EXCLUDES(name_lock);
+    // The record of this connection for the listener log, as of now.
+    Log::ReceiverStats GetLogStats() const EXCLUDES(name_lock);
+
+private:
+    enum State : int { READING = 0, RUNNING = 1, ENDING = 2, FINISHED = 3 };
+    // What a RUNNING connection does once the answer that it is sending has left.
+    enum class Then { NOT_ANSWERING, END, NEXT_REQUEST, HAND_OVER };
+    struct Answer;
+
+    // Receiver.cpp: the slice.
+    bool slice_is_due(long long elapsed);
+    ThreadPool::Priority priority() const EXCLUDES(name_lock);
+    void serve() REQUIRES(process_lock);
+    void slice() REQUIRES(process_lock);
+    bool peer_is_gone() REQUIRES(process_lock);
+    void note_peer_gone(int result) REQUIRES(process_lock);
+    void run_long_answer() REQUIRES(process_lock);
+    void become(State next) { status.store(next, std::memory_order_release); }
+    std::string peer() const { return "<" + ip + "> "; }
+
+    // ReceiverRequest.cpp: reading a request, and telling what it asks for.
+    void read_request() REQUIRES(process_lock);
+    void answer_read_failure() REQUIRES(process_lock);
+    void check_reading_limits(int read_result) REQUIRES(process_lock);
+    void answer_request() REQUIRES(process_lock);
+    bool refused_as_invalid() REQUIRES(process_lock);
+    bool refused_as_banned() REQUIRES(process_lock);
+    bool refused_by_method() REQUIRES(process_lock);
+    bool answered_by_panel() REQUIRES(process_lock);
+    bool refused_as_unknown_mount() REQUIRES(process_lock);
+    bool taken_as_source() REQUIRES(process_lock);
+    bool refused_without_source() REQUIRES(process_lock);
+    bool refused_by_admission() REQUIRES(process_lock);
+    void start_listening() REQUIRES(process_lock);
+    void continue_page() REQUIRES(process_lock);
+    void finish_page() REQUIRES(process_lock);
+    std::string user_agent() const;
+
+    // ReceiverSource.cpp: the two ways in which a source introduces itself.
+    void greet_icy_source(int read_result) REQUIRES(process_lock);
+    void log_in_icy_source() REQUIRES(process_lock);
+    void answer_http_source() REQUIRES(process_lock);
+    void hand_over() REQUIRES(process_lock);
+
+    // ReceiverOutput.cpp: answers on their way to the peer.
+    void send_answer(const Answer& answer) REQUIRES(process_lock);
+    void answer_and(Then then, const Answer& answer) REQUIRES(process_lock);
+    Then end_or_next_request() const REQUIRES(process_lock);
+    void finish_answer() REQUIRES(process_lock);
+    void next_request() REQUIRES(process_lock);
+    void open_stream() REQUIRES(process_lock);
+
+    // ReceiverStreaming.cpp: a listener's slice.
+    void stream() REQUIRES(process_lock);
+    void note_extended() REQUIRES(process_lock);
+    void follow_sources() REQUIRES(process_lock);
+    void move_to(std::shared_ptr<Mount> next, std::shared_ptr<Mount> origin) REQUIRES(process_lock);
+    void wait_for_source() REQUIRES(process_lock);
+    bool join_buffer() REQUIRES(process_lock);
+    bool send_what_waits() REQUIRES(process_lock);
+    void write_packets() REQUIRES(process_lock);
+    bool write_packet(const std::shared_ptr<BufferEntry>& packet) REQUIRES(process_lock);
+    void note_metadata(std::shared_ptr<METADATA> next) REQUIRES(process_lock);
+    void check_streaming_limits() REQUIRES(process_lock);
+    void end_stream(const std::string& why) REQUIRES(process_lock);
+    void leave_buffer() REQUIRES(process_lock);
+
+    // ReceiverTeardown.cpp: the end.
+    void tear_down() REQUIRES(process_lock);
+    void leave_mount() REQUIRES(process_lock);
+    bool farewell_sent() REQUIRES(process_lock);
+    void leave_list() REQUIRES(process_lock);
+
+    // Assignments under name_lock, of what other threads read.
+    void set_request(std::shared_ptr<Request> next) EXCLUDES(name_lock);
+    void set_response(std::shared_ptr<Response> next) EXCLUDES(name_lock);
+    void set_mounts(std::shared_ptr<Mount> next, std::shared_ptr<Mount> origin)
+        EXCLUDES(name_lock);
+    void set_metadata(std::shared_ptr<METADATA> next) EXCLUDES(name_lock);
+    void set_account(std::shared_ptr<User> next) EXCLUDES(name_lock);
+
+    // What Poll looks at stands together.
+    std::atomic<bool> busy{true}; // queued or running; at first its first slice is queued
+    std::atomic<bool> kicked{false};
+    std::atomic<bool> vip{false};
+    bool extended = false;
+    bool left_list = false;
+    bool body_ended = false; // by the teardown, which may take several slices
+    Then after_answer = Then::NOT_ANSWERING;
+    std::atomic<int> status{READING};
+    mutable spinlock name_lock;
+    spinlock process_lock ACQUIRED_BEFORE(name_lock); // for the length of a slice
+    std::atomic<long long> wait_ms{0}; // until the next slice is due
+
+    PacketQueue packets;
+
+    const time_t connect_time;
+    std::atomic<time_t> last_service;
+    std::atomic<time_t> last_log; // of the latest record in the listener log
+    time_t last_send;
+    std::uint64_t time_limit = 0; // seconds allowed on the mount, 0 for no limit
+    int client_timeout;           // seconds without a source, 0 for no limit
+    int buffer_index = -1;        // place in the mount's chain of buffers
+    std::uint64_t bytes_written = 0; // to the writer, in this slice
+    time_t slice_time = 0;
+
+    // Never change.
+    const std::string ip;
+    const std::string interface_ip;
+    const std::string server_hostname;
+    const std::string uuid;
+
+    // Under name_lock, as told above.
+    std::string hostname;
+    std::string interface_name;
+    std::shared_ptr<Request> request;
+    std::shared_ptr<Response> response;
+    std::shared_ptr<METADATA> metadata; // the last one seen
+    std::shared_ptr<Mount> mount;
+    std::shared_ptr<Mount> origin_mount; // the mount asked for, while its fallback is played
+    std::shared_ptr<User> account;
+
+    // The worker's own.
+    std::shared_ptr<Socket> socket;
+    std::shared_ptr<MediaWriter> writer;
+    std::shared_ptr<METADATA> next_metadata; // of the packet last written
+    std::shared_ptr<PacketBuffer> packet_buffer;
+    std::shared_ptr<WebPanel> web_panel;
+};
