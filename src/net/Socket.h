@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/ThreadPool.h"
+#include "core/ThreadPoolWork.h"
 #include "core/spinlock.h"
 #include "net/SockInfo.h"
 
@@ -78,29 +78,24 @@ private:
         void operator()(addrinfo* list) const { freeaddrinfo(list); }
     };
     using AddressList = std::unique_ptr<addrinfo, AddressDeleter>;
-    // Local addresses to call from, by family.
-    struct BindCandidates {
-        std::vector<std::string> ipv6 = {};
-        std::vector<std::string> ipv4 = {};
-        void add(const std::string& address);
-        int family() const;
-    };
+    struct BindCandidates; // local addresses to call from
 
-    int fail(int error);
-    int sent(long result);
     int ready(short event);
+    int wait(short event, int timeout_seconds);
+    int sent(ssize_t result);
+    int failed(int error);
+    int close_for(int error);
 
-    static BindCandidates bind_candidates(const std::string& bind_ip);
-    AddressList resolve(const std::string& host, unsigned short port) const;
+    AddressList resolve(const std::string& host, unsigned short port);
     bool make_descriptor(const addrinfo& target);
+    bool bind_locally(const BindCandidates& candidates, unsigned short bind_port);
     void limit_blocking() const;
-    bool bind_local(const BindCandidates& candidates, unsigned short bind_port);
-    int connect_to(const addrinfo& target, bool nonblocking);
+    bool set_nonblocking() const;
     void note_addresses() EXCLUDES(info_lock);
-    SockInfo cached_info(SockInfo& cache, bool local) REQUIRES(info_lock);
+    SockInfo cached_info(SockInfo& cache, bool local_end) REQUIRES(info_lock);
 
-    std::atomic<int> fd{
-        -1}; // replaced under info_lock, so that Shutdown cannot meet a descriptor of others
+    // Replaced under info_lock, so that Shutdown never meets a descriptor that is somebody else's.
+    std::atomic<int> fd{-1};
     int last_error = 0;
     int domain = 0;
     int type = 0;

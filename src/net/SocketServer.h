@@ -42,17 +42,17 @@ private:
 
     void start_listen();
     bool bind_all();
-    void bind_results(const addrinfo* results, unsigned short port);
-    int listen_at(const addrinfo& address, unsigned short port);
+    void bind_each(const addrinfo* addresses, unsigned short port);
+    static int listening_socket(const addrinfo& address, unsigned short port);
     bool accept_until_stopped();
+    void accept_one_each(const std::vector<pollfd>& polled);
     void accept_on(int listening);
-    void accept_failed(int error);
-    void pause_until_stop();
+    void accept_failed(int error) const;
+    void pause_unless_stopped() const;
 
     std::vector<unsigned short> ports;
     std::thread listen_thread;
     std::atomic<bool> running{false};
-    int stop_event; // an eventfd, readable once a stop is asked for
-    std::vector<pollfd>
-        polled; // the listening thread's own: stop_event, then the bound sockets in order
+    int stop_event;            // an eventfd, readable from the moment a stop is asked for
+    std::vector<pollfd> bound; // the listening thread's own, in the order of binding
 };

@@ -34,6 +34,7 @@ private:
     void read_userinfo(const std::string& text);
     void read_address(const std::string& text);
     bool read_authority(const std::string& text, std::size_t slash);
+    void set_host(std::string name);
     void read_target(const std::string& target);
 
     std::string protocol;
