@@ -82,14 +82,16 @@ private:
     static void drain_records();
     static void write_event(time_t time, const std::string& message);
     static void write_line(const std::string& line);
+    static void announce_console();
     static void to_screen(const std::string& line);
     static void to_file(const std::string& line);
-    static void to_w3c_file(time_t time, const ReceiverStats& stats);
     static void RLog(bool refresh);
+    static std::string line_to_draw(bool refresh);
     static std::string status_line(bool refresh);
     static void tell_of_termination();
 
     static void write_pid_file();
+    static std::string path_of(LogType type) EXCLUDES(log_lock);
     static Receivers& receivers_of(LogType type) REQUIRES(log_receiver_lock);
 
     static spinlock log_lock; // the paths and the prompt

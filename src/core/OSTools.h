@@ -66,7 +66,7 @@ std::string charToHex(char byte);
 // Standard Base64 (RFC 4648 section 4). The decoder ends at the first byte outside the alphabet.
 std::string Base64Encode(const char* data, unsigned long long length);
 std::string Base64Decode(const std::string& text);
-// Each byte as two upper-case digits and a blank, appended to nothing: `out` is replaced.
+// Replaces `out` by each byte as two upper-case digits and a blank.
 void bytes_to_hex(const char* data, unsigned long length, std::string& out);
 void bytes_to_hex(const std::vector<char>& data, std::string& out);
 // The same on standard output, for a debugging session.

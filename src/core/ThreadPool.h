@@ -43,40 +43,63 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
-    struct Ready;
-    struct PollBatch;
+    // A stretch of the registered list, for one worker to poll.
+    struct PollBatch {
+        std::size_t first = 0;
+        std::size_t last = 0; // the one behind the stretch
+    };
+    // What a worker does next: a stretch to poll or a slice; neither once the pool has ended.
+    struct Job {
+        PollBatch polls = {};
+        WorkPointer slice = {};
+        bool IsNothing() const { return polls.first == polls.last && slice == nullptr; }
+    };
+    struct Ready {
+        WorkPointer work;
+        Priority priority;
+    };
 
+    // Manager thread.
     static void manage();
-    static void run_cycle(bool take_new);
     static void take_added();
     static void take_removed();
+    static void run_cycle();
     static void have_list_polled();
-    static void finish_cycle(Clock::time_point started, bool stopping);
+    static bool keep_duration(Clock::time_point started);
+    static void sleep_until_stop(Clock::time_point end);
     static void stop_all_work();
+    static void end_workers();
 
+    // Workers.
     static void run_worker();
+    static Job take_job();
     static PollBatch claim_polls();
-    static void poll(const PollBatch& batch, std::vector<Ready>& ready);
-    static void queue_polled(const PollBatch& batch, std::vector<Ready>& ready);
     static WorkPointer next_slice();
+    static void poll(PollBatch batch, std::vector<Ready>& ready);
+    static void queue_ready(PollBatch polled, std::vector<Ready>& ready);
+
+    static void wake_workers(std::size_t jobs);
+    static void drop_leftovers();
 
     static concurrent_queue<WorkPointer> work_to_add;
     static concurrent_queue<WorkPointer> work_to_rem;
-    static std::vector<WorkPointer> registered; // the manager's; workers read it while they poll
+    // The manager's list. It does not change while workers poll it.
+    static std::vector<WorkPointer> registered;
 
-    static std::mutex ntMutex; // guards all that follows, up to the threads
-    static std::condition_variable notifyThreads;
+    static std::mutex ntMutex;       // guards the next block
+    static std::size_t polls_wanted; // of this cycle: indexes of `registered`
+    static std::size_t polls_claimed;
+    static std::size_t polls_finished;
+    static std::deque<WorkPointer> queues[3]; // high, normal, low
+    static std::size_t idle_workers;
+    static bool working;
+
+    static std::condition_variable notifyThreads; // there is a job, or the pool has ended
     static std::condition_variable polls_done;
     static std::condition_variable stop_signalled;
-    static std::size_t polls_claimed; // indexes of `registered`
-    static std::size_t polls_finished;
-    static std::size_t polls_wanted;
-    static std::deque<WorkPointer> queues[3]; // by Priority
-    static std::size_t idle_workers;
 
     static std::thread manager_thread;
     static std::vector<std::thread> worker_pool;
     static std::atomic<bool> stop_signal;
-    static std::atomic<bool> working;
     static std::atomic<long long> last_duration; // milliseconds
 };
