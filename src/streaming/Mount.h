@@ -1,6 +1,6 @@
 #pragma once
 
-#include "config/ConfigNode.h"
+#include "config/ConfigNodeListener.h"
 #include "core/shared_cell.h"
 #include "core/spinlock.h"
 #include "streaming/MountDescription.h"
