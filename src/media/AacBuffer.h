@@ -13,7 +13,7 @@ class AacBuffer : public PacketBuffer {
 public:
     static constexpr unsigned SIZE_LIMIT = 0x20000; // bytes retained
 
-    explicit AacBuffer(std::shared_ptr<MediaReader> reader);
+    explicit AacBuffer(std::shared_ptr<MediaReader> source);
 
     // The header at `position`. Throws std::out_of_range when it runs past the end.
     static AdtsHeader ParseFrame(const std::vector<char>& bytes, std::size_t position);

@@ -1,15 +1,14 @@
 #pragma once
 
 #include "media/AdtsHeader.h"
+#include "media/FlvScript.h"
 #include "media/MediaWriter.h"
 #include "media/MpegHeader.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 // The codes of an FLV audio tag.
 enum class FLVSoundFormat : unsigned char { MP3 = 2, AAC = 10 };
@@ -32,15 +31,15 @@ public:
                         unsigned long length) override;
 
 private:
-    bool is_frame(const std::vector<char>& packet) const;
-    bool start_file(const std::vector<char>& first_frame, unsigned long& sent);
+    bool take_format(std::string_view frame, std::string& config);
     std::string take_aac_format(const AdtsHeader& header);
     void take_mpeg_format(const MpegHeader& header);
     unsigned long send_header();
     unsigned long send_audio_tag(std::string_view data, bool is_config);
     unsigned long send_meta_tag();
-    unsigned long send(std::string bytes);
-    unsigned char sound_flags() const;
+    unsigned long send_script(const std::string& name, const flv::ScriptMap& map);
+    unsigned long send(const std::string& bytes);
+    char sound_flags() const;
 
     std::uint32_t timestamp = 0;   // milliseconds, of the next tag
     int frame_ms = 0;              // how far a tag moves the timestamp

@@ -13,8 +13,10 @@ enum class FLVTagType : unsigned char { AUDIO = 8, SCRIPT_DATA = 18 };
 
 std::string file_header(bool has_video, bool has_audio);
 
-// A whole tag, the previous-tag size behind it included. `timestamp` in milliseconds.
-std::string create_tag(std::string_view data, FLVTagType type, std::uint32_t timestamp);
+// A whole tag around `head` and `data`, the previous-tag size behind it included. `timestamp` in
+// milliseconds.
+std::string create_tag(FLVTagType type, std::uint32_t timestamp, std::string_view head,
+                       std::string_view data);
 
 // Appends the length that `bytes` have, or 0, in four bytes.
 void insert_prev_tag_size(std::string& bytes, bool zero);

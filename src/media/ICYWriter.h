@@ -20,11 +20,9 @@ public:
                         unsigned long length) override;
 
 private:
-    bool has_words() const;
     unsigned long until_meta(unsigned long length) const;
     void send_chunk_comment(unsigned long chunk_size);
     unsigned long send_meta_data();
-    unsigned long send_empty_block();
     std::string block_words() const;
 
     unsigned int meta_interval;

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "core/SharedBytes.h"
+#include "media/Metadata.h"
 
 #include <memory>
 #include <utility>
 
 class Response;
-struct METADATA;
 
 // Turns the packets of one listener into the bytes of its response.
 // Owned and called by one Receiver, in its slices only.
@@ -29,6 +29,11 @@ public:
                                 unsigned long length) = 0;
 
 protected:
+    // Whether the record has anything that a player shows.
+    bool has_words() const {
+        return metadata && !(metadata->title.empty() && metadata->url.empty());
+    }
+
     std::shared_ptr<Response> response;
     std::shared_ptr<METADATA> metadata; // still to be sent
 };

@@ -13,7 +13,7 @@ class MpegBuffer : public PacketBuffer {
 public:
     static constexpr unsigned SIZE_LIMIT = 0x20000; // bytes retained
 
-    explicit MpegBuffer(std::shared_ptr<MediaReader> reader);
+    explicit MpegBuffer(std::shared_ptr<MediaReader> source);
 
     // The header at `position`. Throws std::out_of_range when it runs past the end.
     static MpegHeader ParseFrame(const std::vector<char>& bytes, std::size_t position);

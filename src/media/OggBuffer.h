@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,7 @@ public:
     // Header pages of one chain link beyond this many bytes are trimmed like any other page.
     static constexpr std::size_t MOST_HEADER_BYTES = OggSegments::MOST_BYTES;
 
-    explicit OggBuffer(std::shared_ptr<MediaReader> reader);
+    explicit OggBuffer(std::shared_ptr<MediaReader> source);
 
 protected:
     bool read_packet() override;
@@ -29,14 +30,13 @@ private:
     static constexpr std::size_t THEORA_READ_BUFFER = 32768;
 
     bool find_first_frame();
-    std::size_t page_length(const OggPage& page);
+    // Nothing when the page cannot fit into the read buffer.
+    std::optional<std::size_t> page_length(const OggPage& page);
     void compensate();
     void follow_position(const OggPage& page, const std::vector<char>& bytes);
     void take_codec(const std::vector<char>& page);
-    void shrink_read_buffer();
     std::shared_ptr<BufferEntry> make_entry(std::vector<char> page);
     std::uint64_t header_id_of(std::size_t length);
-    bool retrieve_segments(const std::vector<char>& page, std::vector<std::vector<char>>& result);
     std::shared_ptr<METADATA> read_comments(const std::vector<char>& page);
     std::string peer() const;
 
@@ -47,5 +47,4 @@ private:
     std::size_t header_bytes = 0;
     OggSegments segments;       // of the comment header
     bool comments_read = false; // since the last beginning of a stream
-    bool shrink_wanted = false;
 };
