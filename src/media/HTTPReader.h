@@ -8,6 +8,7 @@
 #include <vector>
 
 class Request;
+struct ChunkLine;
 
 // The body of an HTTP request or reply (RFC 9112), plain or chunked. A chunk's size line may carry
 // metadata as an extension.
@@ -27,12 +28,12 @@ public:
     void SetRequest(const std::shared_ptr<Request>& request);
 
 private:
+    int receive_body(char* buffer, unsigned long long length);
     int next_chunk();
     int get_next_chunk_size();
-    int peek_line();
-    int take_line(int length);
-    void parse_line(const std::string& text);
-    bool parse_meta_data(const std::string& text);
+    int take_into_line(int length);
+    int take_line(const ChunkLine& found);
+    void parse_meta_data(const std::string& words);
 
     bool chunked = false;
     std::vector<char> line; // the size line, as far as it has come

@@ -4,8 +4,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <string>
+#include <vector>
 
 // A stream with an ICY metadata block after every `meta_interval` bytes of audio. With an interval
 // of 0 the bytes pass as they are.
@@ -29,8 +31,9 @@ private:
     int take_block();
     int read_meta_data();
     int read_block();
-    int receive_block(char* block, int length, time_t started);
-    bool parse_meta_data(const std::string& text);
+    int receive_block(std::vector<char>& block, time_t started);
+    bool take_words(std::vector<char> block);
+    bool parse_meta_data(const std::string& words);
 
     std::atomic<unsigned int> meta_interval;
     std::uint64_t since_meta = 0; // bytes of audio since the last block

@@ -52,8 +52,6 @@ public:
 protected:
     // One receive from the socket; the results of Socket::Recv. Everything comes in through here.
     virtual int receive(char* buffer, int length, int flags);
-    // Receives exactly `length` bytes; the failing result when that is not to be.
-    int receive_all(char* buffer, unsigned long long length);
     void set_transfer_diff(unsigned int bytes) { rate.Add(bytes); }
 
     shared_cell<METADATA> metadata;

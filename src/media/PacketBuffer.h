@@ -104,23 +104,25 @@ private:
     using ListenerChange = std::pair<ListenerPointer, ListenerType>;
     using Entries = std::deque<EntryPointer>;
 
+    int read_more();
     int read_failed(int result);
-    int give_up();
+    int give_up(FillResult why);
 
-    // PacketBufferEntries.cpp
-    std::uint64_t retain(const EntryPointer& entry) EXCLUDES(entries_lock);
+    // What is retained (PacketBufferEntries.cpp).
+    void attach_metadata(BufferEntry& entry);
+    std::uint64_t make_room(std::uint64_t size) REQUIRES(entries_lock);
     bool trim(std::uint64_t target) REQUIRES(entries_lock);
+    void retain(const EntryPointer& entry) REQUIRES(entries_lock);
     void remove_packet(std::size_t position) REQUIRES(entries_lock);
     void remove_before(std::size_t position) REQUIRES(entries_lock);
-    void attach_metadata(BufferEntry& entry);
 
-    // PacketBufferFanout.cpp
-    void deliver_here(const EntryPointer& entry) EXCLUDES(entries_lock);
-    void change_listeners(const ListenerPointer& listener, ListenerType type)
-        EXCLUDES(listeners_lock);
+    // Who gets it (PacketBufferFanout.cpp).
     void apply_listener_changes() EXCLUDES(listeners_lock);
-    void take_new_packets() EXCLUDES(entries_lock, snapshot_lock);
+    void take_listener_changes(std::deque<ListenerChange>& changes) REQUIRES(listeners_lock);
+    void take_new_packets() EXCLUDES(entries_lock, snapshot_lock, listeners_lock);
     void deliver_new_packets() EXCLUDES(listeners_lock);
+    std::vector<ListenerPointer> show_to_joiners(const EntryPointer& newest) REQUIRES(entries_lock)
+        EXCLUDES(snapshot_lock, listeners_lock);
 
     mutable spinlock entries_lock ACQUIRED_BEFORE(snapshot_lock); // then snapshot, then listeners
     spinlock snapshot_lock ACQUIRED_BEFORE(listeners_lock);
