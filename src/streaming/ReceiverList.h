@@ -28,6 +28,8 @@ public:
     static long Count();
     // One that no listed receiver has. It is not reserved: Add is what takes it.
     static std::string GenerateUUID() EXCLUDES(recvlist_lock);
+    // `candidate`, or a new one when a listed receiver has that.
+    static std::string unused_uuid(std::string candidate) EXCLUDES(recvlist_lock);
 
 private:
     static spinlock recvlist_lock;
