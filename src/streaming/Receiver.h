@@ -3,7 +3,7 @@
 #include "core/Log.h"
 #include "core/ThreadPoolWork.h"
 #include "core/spinlock.h"
-#include "media/PacketBuffer.h"
+#include "media/PacketBufferListener.h"
 #include "streaming/PacketQueue.h"
 
 #include <atomic>
@@ -14,6 +14,7 @@
 
 class MediaWriter;
 class Mount;
+class PacketBuffer;
 class Request;
 class Response;
 class Socket;
@@ -80,19 +81,19 @@ public:
 
 private:
     enum State : int { READING = 0, RUNNING = 1, ENDING = 2, FINISHED = 3 };
-    // What a RUNNING connection does once the answer that it is sending has left.
-    enum class Then { NOT_ANSWERING, END, NEXT_REQUEST, HAND_OVER };
-    struct Answer;
+    // What follows once the answer that is on its way has left.
+    enum class Then : std::uint8_t { NOTHING, NEXT_REQUEST, HAND_OVER };
 
     // Receiver.cpp: the slice.
-    bool slice_is_due(long long elapsed);
+    bool slice_is_due(long long elapsed) EXCLUDES(process_lock);
     ThreadPool::Priority priority() const EXCLUDES(name_lock);
     void serve() REQUIRES(process_lock);
     void slice() REQUIRES(process_lock);
     bool peer_is_gone() REQUIRES(process_lock);
-    void note_peer_gone(int result) REQUIRES(process_lock);
     void run_long_answer() REQUIRES(process_lock);
     void become(State next) { status.store(next, std::memory_order_release); }
+    bool is_listener() const REQUIRES(process_lock);
+    double seconds_since(time_t moment) const REQUIRES(process_lock);
     std::string peer() const { return "<" + ip + "> "; }
 
     // ReceiverRequest.cpp: reading a request, and telling what it asks for.
@@ -103,29 +104,34 @@ private:
     bool refused_as_invalid() REQUIRES(process_lock);
     bool refused_as_banned() REQUIRES(process_lock);
     bool refused_by_method() REQUIRES(process_lock);
+    void identify_account() REQUIRES(process_lock);
     bool answered_by_panel() REQUIRES(process_lock);
     bool refused_as_unknown_mount() REQUIRES(process_lock);
     bool taken_as_source() REQUIRES(process_lock);
     bool refused_without_source() REQUIRES(process_lock);
     bool refused_by_admission() REQUIRES(process_lock);
     void start_listening() REQUIRES(process_lock);
+    bool is_reserved() const REQUIRES(process_lock);
     void continue_page() REQUIRES(process_lock);
     void finish_page() REQUIRES(process_lock);
-    std::string user_agent() const;
+    std::string asked_for() const REQUIRES(process_lock);
 
     // ReceiverSource.cpp: the two ways in which a source introduces itself.
     void greet_icy_source(int read_result) REQUIRES(process_lock);
     void log_in_icy_source() REQUIRES(process_lock);
     void answer_http_source() REQUIRES(process_lock);
+    unsigned short source_status() const REQUIRES(process_lock);
     void hand_over() REQUIRES(process_lock);
 
-    // ReceiverOutput.cpp: answers on their way to the peer.
-    void send_answer(const Answer& answer) REQUIRES(process_lock);
-    void answer_and(Then then, const Answer& answer) REQUIRES(process_lock);
-    Then end_or_next_request() const REQUIRES(process_lock);
+    // ReceiverAnswer.cpp: answers on their way to the peer.
+    Response& start_answer(unsigned short code, const std::string& reason = {})
+        REQUIRES(process_lock);
+    void conclude() REQUIRES(process_lock);
+    void answer_then(Then next) REQUIRES(process_lock);
     void finish_answer() REQUIRES(process_lock);
+    void end_answer() REQUIRES(process_lock);
     void next_request() REQUIRES(process_lock);
-    void open_stream() REQUIRES(process_lock);
+    void forget_mount() REQUIRES(process_lock);
 
     // ReceiverStreaming.cpp: a listener's slice.
     void stream() REQUIRES(process_lock);
@@ -135,9 +141,11 @@ private:
     void wait_for_source() REQUIRES(process_lock);
     bool join_buffer() REQUIRES(process_lock);
     bool send_what_waits() REQUIRES(process_lock);
-    void write_packets() REQUIRES(process_lock);
-    bool write_packet(const std::shared_ptr<BufferEntry>& packet) REQUIRES(process_lock);
+    bool write_packets() REQUIRES(process_lock);
+    bool write_packet(const std::shared_ptr<BufferEntry>& packet, std::uint64_t& written)
+        REQUIRES(process_lock);
     void note_metadata(std::shared_ptr<METADATA> next) REQUIRES(process_lock);
+    void take_next_buffer() REQUIRES(process_lock);
     void check_streaming_limits() REQUIRES(process_lock);
     void end_stream(const std::string& why) REQUIRES(process_lock);
     void leave_buffer() REQUIRES(process_lock);
@@ -145,51 +153,46 @@ private:
     // ReceiverTeardown.cpp: the end.
     void tear_down() REQUIRES(process_lock);
     void leave_mount() REQUIRES(process_lock);
-    bool farewell_sent() REQUIRES(process_lock);
+    bool farewell_is_sent() REQUIRES(process_lock);
     void leave_list() REQUIRES(process_lock);
 
-    // Assignments under name_lock, of what other threads read.
-    void set_request(std::shared_ptr<Request> next) EXCLUDES(name_lock);
-    void set_response(std::shared_ptr<Response> next) EXCLUDES(name_lock);
-    void set_mounts(std::shared_ptr<Mount> next, std::shared_ptr<Mount> origin)
+    std::shared_ptr<Response> get_response() const EXCLUDES(name_lock);
+    // Receiver.cpp: assignments under name_lock, of what other threads read.
+    template <typename T> void assign(std::shared_ptr<T>& field, std::shared_ptr<T> next)
         EXCLUDES(name_lock);
-    void set_metadata(std::shared_ptr<METADATA> next) EXCLUDES(name_lock);
-    void set_account(std::shared_ptr<User> next) EXCLUDES(name_lock);
+    void set_mounts(std::shared_ptr<Mount> next, std::shared_ptr<Mount> origin) EXCLUDES(name_lock);
 
     // What Poll looks at stands together.
     std::atomic<bool> busy{true}; // queued or running; at first its first slice is queued
     std::atomic<bool> kicked{false};
-    std::atomic<bool> vip{false};
-    bool extended = false;
+    std::atomic<bool> vip{false}; // a reserved listener
+    bool extended = false;        // counted as one who stayed long
     bool left_list = false;
-    bool body_ended = false; // by the teardown, which may take several slices
-    Then after_answer = Then::NOT_ANSWERING;
+    bool body_ended = false; // by a teardown, which may take several slices
+    Then after_answer = Then::NOTHING;
     std::atomic<int> status{READING};
     mutable spinlock name_lock;
-    spinlock process_lock ACQUIRED_BEFORE(name_lock); // for the length of a slice
-    std::atomic<long long> wait_ms{0}; // until the next slice is due
+    mutable spinlock process_lock ACQUIRED_BEFORE(name_lock); // held for the length of a slice
+    std::atomic<long long> wait_ms{0};                        // until the next slice is due
 
     PacketQueue packets;
 
     const time_t connect_time;
-    std::atomic<time_t> last_service;
-    std::atomic<time_t> last_log; // of the latest record in the listener log
-    time_t last_send;
-    std::uint64_t time_limit = 0; // seconds allowed on the mount, 0 for no limit
-    int client_timeout;           // seconds without a source, 0 for no limit
-    int buffer_index = -1;        // place in the mount's chain of buffers
-    std::uint64_t bytes_written = 0; // to the writer, in this slice
-    time_t slice_time = 0;
+    std::atomic<time_t> last_service; // the latest slice
+    std::atomic<time_t> last_log;     // the latest record in the listener log
+    time_t last_send;                 // the latest packet written
+    std::uint64_t time_limit = 0;     // seconds allowed on the mount, 0 for no limit
+    const int client_timeout;         // seconds without a source, 0 for no limit
+    int buffer_index = -1;            // place in the mount's chain of buffers
+    int admission_status = 0;         // as of Admission
 
-    // Never change.
     const std::string ip;
     const std::string interface_ip;
     const std::string server_hostname;
     const std::string uuid;
 
-    // Under name_lock, as told above.
+    // Changed by the worker only and under name_lock, so that the worker reads them as they are.
     std::string hostname;
-    std::string interface_name;
     std::shared_ptr<Request> request;
     std::shared_ptr<Response> response;
     std::shared_ptr<METADATA> metadata; // the last one seen

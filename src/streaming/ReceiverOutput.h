@@ -26,5 +26,5 @@ struct ListenerOutput {
 };
 
 // Sends the header of the stream of `mount`, as `request` wants it. The body is left open.
-ListenerOutput open_listener_output(const std::shared_ptr<Request>& request, Mount& mount,
+ListenerOutput open_listener_output(const std::shared_ptr<Request>& request, const Mount& mount,
                                     bool admitted_as_flv);

@@ -1,0 +1,269 @@
+#include "streaming/Receiver.h"
+
+#include "accounts/User.h"
+#include "accounts/UserList.h"
+#include "config/Config.h"
+#include "config/ConfigNode.h"
+#include "core/Clock.h"
+#include "http/Request.h"
+#include "http/Response.h"
+#include "media/BufferEntry.h"
+#include "media/MediaWriter.h"
+#include "media/PacketBuffer.h"
+#include "net/Socket.h"
+#include "streaming/Mount.h"
+#include "streaming/ReceiverList.h"
+#include "web/WebPanel.h"
+
+#include <exception>
+#include <sys/socket.h>
+#include <utility>
+
+namespace {
+
+constexpr int DEFAULT_CLIENT_TIMEOUT = 30; // seconds
+constexpr long long OVERDUE_MS = -500;
+
+} // namespace
+
+Receiver::Receiver(std::shared_ptr<Socket> client)
+    : connect_time(now()), last_service(connect_time), last_log(connect_time),
+      last_send(connect_time),
+      client_timeout(Config::Get("ClientTimeout", false)->GetValue(DEFAULT_CLIENT_TIMEOUT)),
+      ip(client->GetIP()), interface_ip(client->GetLocalIP()),
+      server_hostname(Config::Get("Hostname", false)->GetValue("localhost")),
+      uuid(ReceiverList::GenerateUUID()), hostname(ip), request(std::make_shared<Request>(client)),
+      account(UserList::Get("", "")), socket(std::move(client)) {}
+
+Receiver::~Receiver() = default;
+
+// ---- The pool side ------------------------------------------------------------------------------
+
+ThreadPool::Priority Receiver::Poll(long long elapsed) {
+    if (!ReceiverList::IsOpen()) return ThreadPool::NOTHING;
+    if (busy.exchange(true, std::memory_order_acquire)) return ThreadPool::NOTHING;
+    if (slice_is_due(elapsed)) return priority();
+    busy.store(false, std::memory_order_release);
+    return ThreadPool::NOTHING;
+}
+
+bool Receiver::slice_is_due(long long elapsed) {
+    if (!process_lock.try_lock()) return false;
+    const long long left = wait_ms.fetch_sub(elapsed) - elapsed;
+    process_lock.unlock();
+    return left <= 0;
+}
+
+ThreadPool::Priority Receiver::priority() const {
+    const int state = Status();
+    if (state == READING || state == RUNNING || kicked) return ThreadPool::LOW;
+    std::shared_ptr<Mount> attached;
+    {
+        spin_guard guard(name_lock);
+        attached = mount;
+    }
+    if (!attached) return ThreadPool::LOW;
+    const bool overdue = wait_ms < OVERDUE_MS;
+    if (overdue || !attached->IsConnected() || !packet_buffer || !packets.Empty())
+        return ThreadPool::NORMAL;
+    return ThreadPool::LOW;
+}
+
+void Receiver::Process() {
+    if (!process_lock.try_lock()) {
+        busy.store(false, std::memory_order_release);
+        return;
+    }
+    busy.store(true, std::memory_order_relaxed);
+    if (ReceiverList::IsOpen()) serve();
+    const bool leaves = left_list;
+    process_lock.unlock();
+    // One that has left stays busy, so that a poll that is under way does not queue it again.
+    if (!leaves) busy.store(false, std::memory_order_release);
+}
+
+// Whatever goes wrong in a slice ends this connection and no other.
+void Receiver::serve() {
+    try {
+        slice();
+    } catch (const std::exception& error) {
+        LogWrite(2) << peer() << "Receiver ended by an error: " << log_text(error.what())
+                    << std::endl;
+        if (Status() != FINISHED) become(ENDING);
+        after_answer = Then::NOTHING;
+    }
+}
+
+void Receiver::slice() {
+    if (Status() == FINISHED) {
+        LogWrite(2) << "Somethings wrong here" << std::endl;
+        leave_list();
+        return;
+    }
+    last_service.store(now(), std::memory_order_relaxed);
+    wait_ms = 0;
+
+    if (peer_is_gone())
+        become(ENDING);
+    else if (Status() == READING)
+        read_request();
+
+    const bool was_listener = is_listener();
+    if (Status() == RUNNING) run_long_answer();
+    if (Status() == FINISHED) return;
+    // What a stream wrote last gets one more slice to leave in.
+    if (was_listener && Status() == ENDING) return;
+    if (Status() == ENDING || kicked) tear_down();
+}
+
+// Looks for the peer's end with one peeked byte: a listener's socket is only written otherwise.
+// While an answer or a farewell leaves, the sending notices; a peer that has said all it wants to
+// say may close its end before it reads.
+bool Receiver::peer_is_gone() {
+    if (after_answer != Then::NOTHING || body_ended) return false;
+    char byte = 0;
+    const int result = socket->Recv(&byte, 1, MSG_PEEK, 0);
+    if (result != IO_END && result != IO_FAILED) return false;
+    if (response) response->SetLastError(result == IO_END ? 0 : socket->GetLastError());
+    LogWrite(2) << peer() << "Receiver disconnected during recv check with empty buffer"
+                << std::endl;
+    return true;
+}
+
+void Receiver::run_long_answer() {
+    if (after_answer != Then::NOTHING)
+        finish_answer();
+    else if (web_panel)
+        continue_page();
+    else
+        stream();
+}
+
+bool Receiver::is_listener() const {
+    return Status() == RUNNING && after_answer == Then::NOTHING && !web_panel;
+}
+
+double Receiver::seconds_since(time_t moment) const {
+    return difftime(last_service.load(std::memory_order_relaxed), moment);
+}
+
+void Receiver::OnNewPacket(const std::shared_ptr<BufferEntry>& packet) {
+    packets.Push(packet);
+}
+
+// The flag first: a slice that sets a wait looks at the flag afterwards.
+void Receiver::Kick() {
+    kicked = true;
+    wait_ms = 0;
+}
+
+bool Receiver::Detached() {
+    if (!process_lock.try_lock()) return false;
+    const bool finished = Status() == FINISHED;
+    process_lock.unlock();
+    return finished;
+}
+
+// ---- What others read ---------------------------------------------------------------------------
+
+template <typename T>
+void Receiver::assign(std::shared_ptr<T>& field, std::shared_ptr<T> next) {
+    spin_guard guard(name_lock);
+    field.swap(next);
+}
+
+template void Receiver::assign(std::shared_ptr<Request>&, std::shared_ptr<Request>);
+template void Receiver::assign(std::shared_ptr<Response>&, std::shared_ptr<Response>);
+template void Receiver::assign(std::shared_ptr<METADATA>&, std::shared_ptr<METADATA>);
+template void Receiver::assign(std::shared_ptr<User>&, std::shared_ptr<User>);
+
+void Receiver::set_mounts(std::shared_ptr<Mount> next, std::shared_ptr<Mount> origin) {
+    spin_guard guard(name_lock);
+    mount.swap(next);
+    origin_mount.swap(origin);
+}
+
+std::string Receiver::GetHostname() const {
+    spin_guard guard(name_lock);
+    return hostname;
+}
+
+std::shared_ptr<Request> Receiver::GetRequest() const {
+    spin_guard guard(name_lock);
+    return request;
+}
+
+std::shared_ptr<Mount> Receiver::GetMount() const {
+    spin_guard guard(name_lock);
+    return origin_mount ? origin_mount : mount;
+}
+
+std::string Receiver::ActiveMount() const {
+    std::shared_ptr<Mount> played;
+    {
+        spin_guard guard(name_lock);
+        if (origin_mount) played = mount;
+    }
+    return played ? played->Address() : "";
+}
+
+std::shared_ptr<User> Receiver::GetUserAccount() const {
+    spin_guard guard(name_lock);
+    return account;
+}
+
+std::shared_ptr<Response> Receiver::get_response() const {
+    spin_guard guard(name_lock);
+    return response;
+}
+
+int Receiver::LastError() const {
+    const std::shared_ptr<Response> current = get_response();
+    return current ? current->LastError() : 0;
+}
+
+std::uint64_t Receiver::BytesSent() const {
+    const std::shared_ptr<Response> current = get_response();
+    return current ? current->BytesSent() : 0;
+}
+
+std::uint64_t Receiver::GetBitrate(bool recent) const {
+    const std::shared_ptr<Response> current = get_response();
+    return current ? current->GetBytesPerSecond(recent) : 0;
+}
+
+double Receiver::GetConnectTime() const {
+    return difftime(now(), connect_time);
+}
+
+Log::ReceiverStats Receiver::GetLogStats() const {
+    Log::ReceiverStats stats;
+    std::shared_ptr<Request> asked;
+    std::shared_ptr<Response> answered;
+    std::shared_ptr<METADATA> heard;
+    {
+        spin_guard guard(name_lock);
+        stats.c_dns = hostname;
+        asked = request;
+        answered = response;
+        heard = metadata;
+    }
+    stats.s_ip = interface_ip;
+    stats.s_dns = server_hostname;
+    stats.c_ip = ip;
+    stats.cs_username = asked->User();
+    // Kept: the number of the method as one byte, not its word. Log readers know it in this form.
+    stats.cs_method = static_cast<char>(asked->Method());
+    stats.cs_uri_stem = asked->Path();
+    stats.cs_uri_query = asked->Query();
+    stats.cs_user_agent = asked->GetHeader("User-Agent");
+    stats.connected = GetConnectTime();
+    stats.time_taken = difftime(now(), last_log.load(std::memory_order_relaxed));
+    if (answered) {
+        stats.sc_bytes = answered->BytesSent();
+        stats.cs_version = answered->Version();
+        stats.sc_status = answered->Status();
+    }
+    if (heard) stats.x_metatitle = heard->title;
+    return stats;
+}
