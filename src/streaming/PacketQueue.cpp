@@ -23,7 +23,8 @@ std::shared_ptr<BufferEntry> PacketQueue::Pop() {
 }
 
 void PacketQueue::Clear() {
-    while (!Empty()) Pop();
+    while (!Empty())
+        Pop();
 }
 
 void PacketQueue::take_arrived() {

@@ -18,9 +18,13 @@ public:
     void Push(std::shared_ptr<BufferEntry> packet) EXCLUDES(lock);
 
     bool Empty() const { return Count() == 0; }
-    std::uint64_t Count() const { return pushed_count.load(std::memory_order_acquire) - popped_count; }
+    std::uint64_t Count() const {
+        return pushed_count.load(std::memory_order_acquire) - popped_count;
+    }
     // Sum of the sizes of all packets that wait.
-    std::uint64_t Bytes() const { return pushed_bytes.load(std::memory_order_acquire) - popped_bytes; }
+    std::uint64_t Bytes() const {
+        return pushed_bytes.load(std::memory_order_acquire) - popped_bytes;
+    }
 
     // The oldest packet. Not for an empty queue.
     std::shared_ptr<BufferEntry> Pop() EXCLUDES(lock);

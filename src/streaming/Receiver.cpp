@@ -147,9 +147,7 @@ double Receiver::seconds_since(time_t moment) const {
     return difftime(last_service.load(std::memory_order_relaxed), moment);
 }
 
-void Receiver::OnNewPacket(const std::shared_ptr<BufferEntry>& packet) {
-    packets.Push(packet);
-}
+void Receiver::OnNewPacket(const std::shared_ptr<BufferEntry>& packet) { packets.Push(packet); }
 
 // The flag first: a slice that sets a wait looks at the flag afterwards.
 void Receiver::Kick() {
@@ -166,8 +164,7 @@ bool Receiver::Detached() {
 
 // ---- What others read ---------------------------------------------------------------------------
 
-template <typename T>
-void Receiver::assign(std::shared_ptr<T>& field, std::shared_ptr<T> next) {
+template <typename T> void Receiver::assign(std::shared_ptr<T>& field, std::shared_ptr<T> next) {
     spin_guard guard(name_lock);
     field.swap(next);
 }
@@ -232,9 +229,7 @@ std::uint64_t Receiver::GetBitrate(bool recent) const {
     return current ? current->GetBytesPerSecond(recent) : 0;
 }
 
-double Receiver::GetConnectTime() const {
-    return difftime(now(), connect_time);
-}
+double Receiver::GetConnectTime() const { return difftime(now(), connect_time); }
 
 Log::ReceiverStats Receiver::GetLogStats() const {
     Log::ReceiverStats stats;

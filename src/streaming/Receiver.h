@@ -158,8 +158,8 @@ private:
 
     std::shared_ptr<Response> get_response() const EXCLUDES(name_lock);
     // Receiver.cpp: assignments under name_lock, of what other threads read.
-    template <typename T> void assign(std::shared_ptr<T>& field, std::shared_ptr<T> next)
-        EXCLUDES(name_lock);
+    template <typename T>
+    void assign(std::shared_ptr<T>& field, std::shared_ptr<T> next) EXCLUDES(name_lock);
     void set_mounts(std::shared_ptr<Mount> next, std::shared_ptr<Mount> origin) EXCLUDES(name_lock);
 
     // What Poll looks at stands together.

@@ -12,13 +12,9 @@ std::map<std::string, std::shared_ptr<Receiver>> ReceiverList::receiver_list;
 std::atomic<long> ReceiverList::receiver_size{0};
 std::atomic<bool> ReceiverList::open{false};
 
-void ReceiverList::Open() {
-    open.store(true, std::memory_order_release);
-}
+void ReceiverList::Open() { open.store(true, std::memory_order_release); }
 
-bool ReceiverList::IsOpen() {
-    return open.load(std::memory_order_acquire);
-}
+bool ReceiverList::IsOpen() { return open.load(std::memory_order_acquire); }
 
 void ReceiverList::Add(std::shared_ptr<Receiver> receiver) {
     std::shared_ptr<Receiver> replaced = receiver; // released outside the lock
@@ -46,13 +42,9 @@ std::shared_ptr<Receiver> ReceiverList::GetReceiver(const std::string& uuid) {
     return found == receiver_list.end() ? nullptr : found->second;
 }
 
-long ReceiverList::Count() {
-    return receiver_size.load(std::memory_order_acquire);
-}
+long ReceiverList::Count() { return receiver_size.load(std::memory_order_acquire); }
 
-std::string ReceiverList::GenerateUUID() {
-    return unused_uuid(GenerateUuid());
-}
+std::string ReceiverList::GenerateUUID() { return unused_uuid(GenerateUuid()); }
 
 std::string ReceiverList::unused_uuid(std::string candidate) {
     while (GetReceiver(candidate)) {

@@ -21,9 +21,7 @@ void forbid_caching(Response& response) {
     response.SetHeader("Pragma", "no-cache");
 }
 
-const char* public_flag(const Mount& mount) {
-    return mount.PublicRelays() ? "1" : "0";
-}
+const char* public_flag(const Mount& mount) { return mount.PublicRelays() ? "1" : "0"; }
 
 std::shared_ptr<MediaWriter> open_flv(const std::shared_ptr<Response>& response,
                                       const std::string& content_type) {
@@ -91,7 +89,9 @@ ListenerOutput open_listener_output(const std::shared_ptr<Request>& request, con
     output.response = std::make_shared<Response>(request, 200, "");
     switch (choose_stream_style(wants_flv, content_type, request->Path(),
                                 request->GetHeader("Accept-Encoding"))) {
-    case StreamStyle::FLV: output.writer = open_flv(output.response, content_type); break;
+    case StreamStyle::FLV:
+        output.writer = open_flv(output.response, content_type);
+        break;
     case StreamStyle::ICECAST:
         output.writer = open_icecast(output.response, mount, content_type);
         break;

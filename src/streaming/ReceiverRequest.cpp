@@ -1,7 +1,5 @@
 // Reading a request, and telling what it asks for.
 
-#include "streaming/Receiver.h"
-
 #include "accounts/User.h"
 #include "accounts/UserList.h"
 #include "config/Config.h"
@@ -13,6 +11,7 @@
 #include "net/Socket.h"
 #include "streaming/Mount.h"
 #include "streaming/MountList.h"
+#include "streaming/Receiver.h"
 #include "streaming/ReceiverOutput.h"
 #include "web/WebPanel.h"
 
@@ -30,8 +29,10 @@ bool is_served(int method) {
     case Request::METHOD_POST:
     case Request::METHOD_OPTIONS:
     case Request::METHOD_PUT:
-    case Request::METHOD_SOURCE: return true;
-    default: return false;
+    case Request::METHOD_SOURCE:
+        return true;
+    default:
+        return false;
     }
 }
 
@@ -52,9 +53,7 @@ std::shared_ptr<Mount> mount_to_play(const std::shared_ptr<Mount>& mount) {
     return fallback && fallback->IsConnected() ? fallback : nullptr;
 }
 
-std::string user_agent(const Request& request) {
-    return log_text(request.GetHeader("User-Agent"));
-}
+std::string user_agent(const Request& request) { return log_text(request.GetHeader("User-Agent")); }
 
 } // namespace
 
@@ -128,17 +127,14 @@ bool Receiver::refused_by_method() {
     Response& answer = start_answer(405);
     answer.SetHeader("Allow", "GET,HEAD,POST,PUT,OPTIONS,SOURCE");
     answer.SendHeader(WebPanel(request).BuildErrorPage(
-        405, "",
-        "An inappropriate method was requested.  See 'Allow' Header for more details."));
+        405, "", "An inappropriate method was requested.  See 'Allow' Header for more details."));
     LogWrite(2) << peer() << "Invalid Method Requested [" << request->MethodString() << "] "
                 << asked_for() << std::endl;
     conclude();
     return true;
 }
 
-void Receiver::identify_account() {
-    assign(account, account_of(request->User(), request->Pass()));
-}
+void Receiver::identify_account() { assign(account, account_of(request->User(), request->Pass())); }
 
 bool Receiver::answered_by_panel() {
     web_panel = std::make_shared<WebPanel>(request);
@@ -224,9 +220,8 @@ bool Receiver::refused_by_admission() {
         return false;
     Response& answer = start_answer(451);
     answer.SetHeader("Content-Type", "text/html");
-    answer.SendHeader(
-        WebPanel(request).BuildErrorPage(451, "Unavailable For Legal Reasons",
-                                         "Access to this server has been terminated."));
+    answer.SendHeader(WebPanel(request).BuildErrorPage(
+        451, "Unavailable For Legal Reasons", "Access to this server has been terminated."));
     conclude();
     return true;
 }

@@ -53,8 +53,7 @@ std::string login_fault(const std::string& line, const std::string& local_ip,
     const std::shared_ptr<Mount> found = source_mount(*user);
     if (!found) return "user " + name + " is not a Source user";
     const std::string assigned = found->GetAssignedIP();
-    if (!assigned.empty() && assigned != local_ip)
-        return "user " + name + " connected to wrong IP";
+    if (!assigned.empty() && assigned != local_ip) return "user " + name + " connected to wrong IP";
     mount = found;
     return {};
 }

@@ -14,7 +14,7 @@
 namespace {
 
 constexpr double EXTENDED_SECONDS = 300;
-constexpr long long IDLE_MS = 200;              // what gathers meanwhile leaves in one send
+constexpr long long IDLE_MS = 200;               // what gathers meanwhile leaves in one send
 constexpr std::uint64_t SEND_FROM_BYTES = 20481; // buffered between two tries to send
 constexpr std::uint64_t MOST_QUEUED_BYTES = 0xFB000;
 constexpr std::uint64_t SECONDS_PER_MINUTE = 60;
@@ -123,7 +123,8 @@ bool Receiver::send_what_waits() {
 bool Receiver::write_packets() {
     std::uint64_t written = 0;
     bool ran_empty = packets.Empty();
-    while (!ran_empty && write_packet(packets.Pop(), written)) ran_empty = packets.Empty();
+    while (!ran_empty && write_packet(packets.Pop(), written))
+        ran_empty = packets.Empty();
 
     if (packets.Empty() && mount->HasNextPacketBuffer(buffer_index)) take_next_buffer();
     if (written != 0) {

@@ -10,9 +10,7 @@ WebPanel::WebPanel(std::shared_ptr<Request> request_to_answer)
     : request(std::move(request_to_answer)) {}
 
 // No path is the panel's own yet: every request goes on to the mounts.
-int WebPanel::ProcessRequest() {
-    return NOT_A_PAGE;
-}
+int WebPanel::ProcessRequest() { return NOT_A_PAGE; }
 
 std::string WebPanel::BuildErrorPage(int code, const std::string& title,
                                      const std::string& message) {

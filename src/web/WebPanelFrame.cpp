@@ -48,7 +48,7 @@ function toggle(alertString, level) {
 const std::string ALERT_BOX =
     R"(<div class="pageAlert" id="pageAlert" style="display: none;">)"
     R"(<div class="innerAlert" id="innerAlert">)"
-    R"(<a style="float: right;" href="javascript:toggle()">Close</a></div></div>)";
+    R"html(<a style="float: right;" href="javascript:toggle()">Close</a></div></div>)html";
 
 const std::string PICTURES =
     R"(<img src="/images/logo.png" width="96" height="87" alt="Quill" />)"
@@ -65,9 +65,7 @@ std::string counted(const std::string& id, std::uint64_t count, const std::strin
            (count == 1 ? "" : "s");
 }
 
-std::string build_year() {
-    return tostring(BuildTime().tm_year + 1900);
-}
+std::string build_year() { return tostring(BuildTime().tm_year + 1900); }
 
 } // namespace
 
@@ -79,10 +77,9 @@ std::string WebPanel::get_page_header(const std::string& title) const {
 }
 
 std::string WebPanel::get_page_footer() const {
-    const std::string site_map =
-        item("", link("/admin", "Admin") + create_admin_menu()) +
-        item("", link(OUTSIDE_SITE + "/?req=dir", "Directory")) +
-        item("", link("/about", "About") + create_about_menu());
+    const std::string site_map = item("", link("/admin", "Admin") + create_admin_menu()) +
+                                 item("", link(OUTSIDE_SITE + "/?req=dir", "Directory")) +
+                                 item("", link("/about", "About") + create_about_menu());
     const std::string terms =
         div(R"(class="footerTermsCW")", "Copyright &copy; " + build_year() + " Quillwave");
     return "</div><div class=\"push\"></div></div>" +
@@ -118,8 +115,7 @@ std::string WebPanel::selected_section() const {
 
 std::string WebPanel::page_bar() const {
     const std::string name = request ? request->User() : "";
-    const std::string welcome =
-        name.empty() ? "" : "Welcome " + html_encode(name) + "! &nbsp;";
+    const std::string welcome = name.empty() ? "" : "Welcome " + html_encode(name) + "! &nbsp;";
     return div(R"(class="pageBar")",
                welcome + "Currently there is " +
                    counted("activeSources", MountList::TotalActiveMounts(), "active source") +
