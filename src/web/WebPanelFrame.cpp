@@ -13,7 +13,6 @@
 using html::div;
 using html::element;
 using html::item;
-using html::link;
 using html::list;
 
 namespace {
@@ -77,9 +76,9 @@ std::string WebPanel::get_page_header(const std::string& title) const {
 }
 
 std::string WebPanel::get_page_footer() const {
-    const std::string site_map = item("", link("/admin", "Admin") + create_admin_menu()) +
-                                 item("", link(OUTSIDE_SITE + "/?req=dir", "Directory")) +
-                                 item("", link("/about", "About") + create_about_menu());
+    const std::string site_map = item("", html::link("/admin", "Admin") + create_admin_menu()) +
+                                 item("", html::link(OUTSIDE_SITE + "/?req=dir", "Directory")) +
+                                 item("", html::link("/about", "About") + create_about_menu());
     const std::string terms =
         div(R"(class="footerTermsCW")", "Copyright &copy; " + build_year() + " Quillwave");
     return "</div><div class=\"push\"></div></div>" +
@@ -101,8 +100,8 @@ std::string WebPanel::site_menu() const {
     std::string items;
     for (const Entry& entry : entries) {
         const std::string mark = entry.name == selected ? R"( id="siteMenuItemSelected")" : "";
-        items +=
-            item(R"(class="siteMenuItem")" + mark, link(entry.address, entry.name) + entry.menu);
+        items += item(R"(class="siteMenuItem")" + mark,
+                      html::link(entry.address, entry.name) + entry.menu);
     }
     return list(R"(class="siteMenu")", items);
 }
@@ -125,13 +124,13 @@ std::string WebPanel::page_bar() const {
 // For administrators only.
 std::string WebPanel::create_admin_menu() const {
     if (!request || UserList::Get(request)->GetGroup() != User::ADMINISTRATOR) return {};
-    return list("", item("", link("/admin/users", "Users")) +
-                        item("", link("/admin/log", "Event Log")));
+    return list("", item("", html::link("/admin/users", "Users")) +
+                        item("", html::link("/admin/log", "Event Log")));
 }
 
 std::string WebPanel::create_about_menu() const {
-    return list("", item("", link(OUTSIDE_SITE + "/?req=get", "Broadcast")) +
-                        item("", link(OUTSIDE_SITE + "/?req=community", "Community")));
+    return list("", item("", html::link(OUTSIDE_SITE + "/?req=get", "Broadcast")) +
+                        item("", html::link(OUTSIDE_SITE + "/?req=community", "Community")));
 }
 
 // A titled box around markup, or around plain words, which get a frame of their own.
