@@ -26,6 +26,7 @@ class Receiver;
 class Request;
 class Socket;
 class User;
+struct Framer;
 
 // The answer to a listener who wants to join.
 struct Admission {
@@ -187,9 +188,8 @@ public:
     SongHistory GetSongHistory() const EXCLUDES(settings_lock);
 
 private:
-    class SettingReader;
+    class SettingValue;
     struct SettingKey;
-    struct StreamProperties;
     struct Refusal;
     // One source session: what the mount's thread holds while it lasts.
     struct Session {
@@ -206,47 +206,62 @@ private:
 
     // MountSettings.cpp
     static const SettingKey SETTING_KEYS[];
-    void listen_on(const std::shared_ptr<ConfigNode>& node);
-    void stop_listening();
     void read_settings();
-    void make_source_account(const SettingReader& settings);
+    bool has_own(const std::string& key) const;
+    void make_source_account();
     void set_default(bool is_default);
+    void take_text(std::string Mount::*field, const std::string& text) EXCLUDES(settings_lock);
+    void take_text(std::string MountNotifications::*field, const std::string& text)
+        EXCLUDES(settings_lock);
 
     // MountThread.cpp
     void Process();
-    void start_thread() /* with thread_mutex held */;
+    void attempt(void (Mount::*step)());
+    bool goes_on();
+    std::thread start_thread();
     void apply_disabled(bool now_disabled);
     void leave_source();
     void wake();
-    bool goes_on();
 
     // Source session (MountSource.cpp): the mount's thread only.
     void RetrieveStream();
     bool wait_for_source();
+    bool source_waits() const EXCLUDES(settings_lock);
     bool take_source();
     bool open_stream();
-    bool choose_framer();
-    void take_properties(const StreamProperties& properties) EXCLUDES(settings_lock);
+    void take_properties(const Request& source) EXCLUDES(settings_lock);
     void announce_source();
     void pump();
-    void follow_metadata(PacketBuffer& buffer);
-    void log_end(int result, PacketBuffer& buffer);
+    void follow_metadata(const PacketBuffer& buffer);
+    void log_end(int result, int error);
     void end_session();
+    void drop_request(const std::shared_ptr<Request>& only) EXCLUDES(settings_lock);
     void close_down();
-    void kick_receivers() EXCLUDES(receivers_lock);
 
     // MountBuffers.cpp: the mount's thread only.
     std::shared_ptr<MediaReader> get_media_reader(const std::shared_ptr<Request>& source) const;
     void open_reader(const std::shared_ptr<Request>& source);
-    void open_buffer(const std::string& content_type);
+    void open_buffer(const Framer& framer);
     void cleanup_buffer() EXCLUDES(buffers_lock);
     void reset();
 
     // MountListeners.cpp
+    Refusal bar(const Receiver& receiver) const;
+    bool exceeds_bitrate_limit() const;
+    bool is_authorized(const Receiver& receiver) const;
+    Refusal take_in(const std::shared_ptr<Receiver>& receiver) EXCLUDES(receivers_lock);
+    bool is_ip_full(const std::string& ip) const REQUIRES(receivers_lock);
+    bool is_full() const REQUIRES(receivers_lock);
+    std::shared_ptr<Receiver> longest_listener() const REQUIRES(receivers_lock);
+    void count_in(const std::shared_ptr<Receiver>& receiver) REQUIRES(receivers_lock);
+    bool count_out(const Receiver& receiver, std::uint64_t seconds) EXCLUDES(receivers_lock);
+    void count_out_ip(const std::string& ip) REQUIRES(receivers_lock);
+    void kick_receivers() EXCLUDES(receivers_lock);
 
     // MountStatistics.cpp
-    void change_meta_data(const std::shared_ptr<METADATA>& next) EXCLUDES(settings_lock);
     void add_session(std::uint64_t seconds) REQUIRES(receivers_lock);
+    std::shared_ptr<METADATA> current_record() const EXCLUDES(settings_lock); // may be null
+    void change_meta_data(const std::shared_ptr<METADATA>& next) EXCLUDES(settings_lock);
 
     const int id;
     const std::string address;

@@ -2,6 +2,7 @@
 
 #include "streaming/Mount.h"
 
+#include <atomic>
 #include <cstdint>
 #include <ctime>
 #include <map>
@@ -62,5 +63,9 @@ public:
     static std::uint64_t TotalActiveMounts();
     static std::uint64_t TotalBytesReceived();
     static std::uint64_t TotalSourceBitrate();   // bits per second
-    static std::uint64_t TotalReceiverBitrate(); // bits per second
+    static std::uint64_t TotalReceiverBitrate(); // as Receiver::GetBitrate counts
+
+private:
+    static std::atomic<bool> ready;
+    static std::atomic<time_t> start_time;
 };
