@@ -17,7 +17,6 @@
 class Session;
 class Socket;
 class url;
-struct RequestLine;
 
 // What was read from one connection: a request, or the reply to a request of this server's own.
 // Held by a Receiver, or by the Mount that took over its source. One thread at a time reads
@@ -128,30 +127,35 @@ public:
 
 private:
     using Texts = std::map<std::string, std::string>;
-    struct FormData {
-        Texts fields = {};
-        std::vector<TransmittedObject> files = {};
-    };
-    enum class Step { READ_ON, WAIT_FOR_MORE, STOP };
+    using FormData = MultipartForm;
 
-    Step peek_and_consume(bool wait, int& result);
+    // The head (RequestHead.cpp).
+    int peek(bool wait) EXCLUDES(field_lock);
+    int take_from_socket(int peeked) EXCLUDES(field_lock);
+    int consume(std::size_t count) EXCLUDES(field_lock);
+    int grow_buffer();
     int time_out() EXCLUDES(field_lock);
     int refuse_as_too_large(std::uint64_t limit);
-    int consume(std::size_t count) EXCLUDES(field_lock);
-    int judge_first_line();
+    int judge_head();
     void parse_first_line() EXCLUDES(field_lock);
     void parse_request_fields() EXCLUDES(field_lock);
     void parse_reply() EXCLUDES(field_lock);
-    void parse_login(const std::string& method_word) EXCLUDES(field_lock);
+    bool is_http11() const;
+
+    // Who asks (RequestLogin.cpp).
+    void parse_login() EXCLUDES(field_lock);
     void log_in_by_digest(const std::string& list) EXCLUDES(field_lock);
     void join_session() EXCLUDES(field_lock);
-    std::string target() const EXCLUDES(field_lock);
 
-    int finish_form();
+    // The body (RequestForm.cpp).
+    int finish_form(int result);
+    int wait_for_body();
     int read_body(std::uint64_t length);
     void parse_body() EXCLUDES(field_lock);
     void parse_multipart_body(const std::string& content_type) EXCLUDES(field_lock);
     void keep_form(FormData data) EXCLUDES(field_lock);
+
+    std::string peer() const;
 
     static constexpr int TIME_OUT_SECONDS = 15;
     static constexpr int WAIT_SECONDS = 30;

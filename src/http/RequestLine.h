@@ -31,7 +31,7 @@ struct ProtocolWord {
 ProtocolWord parse_protocol(const std::string& word);
 
 // The first line of a reply: PROTOCOL/version status reason. Not `found` when there are fewer than
-// three words or the protocol is not known; the other fields hold what was read then.
+// three words.
 struct StatusLine {
     bool found = false;
     ProtocolWord protocol = {};

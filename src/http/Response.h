@@ -46,8 +46,9 @@ public:
     // of send(2). No chunk framing.
     int Send(const std::vector<char>* data, unsigned long length, int flags);
     int Send(const std::string& bytes);
-    // Only queues, in a chunk of its own when chunked; with null data or length 0 the chunk's size
-    // line alone. The bytes that wait now, framing included; 0 is a failure to take anything.
+    // Only queues, `length` bytes that `data` has from `offset` on, in a chunk of its own when
+    // chunked; with null data or length 0 the chunk's size line alone. The bytes that wait now,
+    // framing included; 0 is a failure to take anything.
     long Buffer(const SharedBytes& data, unsigned long offset, unsigned long length);
     long Buffer(const std::string& bytes);
     // Tries to send what waits: the count sent, 1 when nothing waits, -2 (IO_AGAIN) when the socket
@@ -102,23 +103,27 @@ private:
         bool has(std::string_view name) const;
     };
 
+    // The head (ResponseHead.cpp).
     Head& open_head();
     std::string build_head();
+    std::string bad_request_document() const;
     std::string status_line() const;
     std::string http_fields();
     std::string challenge() const;
-    std::string header_fields() const;
+    std::string own_fields() const;
     std::string body_framing();
     std::string session_cookie() const;
     bool is_http11() const;
-    bool body_suppressed() const;
 
+    // What waits.
+    int queue_and_send(std::string_view bytes);
     int keep_rest(int sent, std::string_view bytes);
     int send_waiting();
-    void note_sent(int count);
+    int judge_send(int sent);
     int give_up(int error);
-    bool silent_too_long() const;
     void open_chunk(unsigned long length);
+    void close_chunk();
+    bool headers_only() const;
 
     std::shared_ptr<Socket> socket;
     std::shared_ptr<Request> request;
@@ -131,7 +136,7 @@ private:
     bool failed = false;
     std::atomic<int> last_error{0};
     time_t last_send;
-    std::uint64_t flushed = 0; // by the flush that is under way
+    int flushed = 0; // bytes, by the flush that is under way
     SendQueue queue;
     TransferRate transfer;
     std::string chunk_comment;

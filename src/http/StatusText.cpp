@@ -1,0 +1,76 @@
+#include "http/StatusText.h"
+
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
+
+namespace {
+
+struct Row {
+    int code;
+    const char* text;
+};
+
+// By code.
+constexpr Row STATUS_TEXTS[] = {
+    {100, "Continue"},
+    {101, "Switching Protocols"},
+    {103, "Checkpoint"},
+    {200, "OK"},
+    {201, "Created"},
+    {202, "Accepted"},
+    {203, "Non-Authoritative Information"},
+    {204, "No Content"},
+    {205, "Reset Content"},
+    {206, "Partial Content"},
+    {300, "Multiple Choices"},
+    {301, "Moved Permanently"},
+    {302, "Found"},
+    {303, "See Other"},
+    {304, "Not Modified"},
+    {305, "Use Proxy"},
+    {306, "Switch Proxy"},
+    {307, "Temporary Redirect"},
+    {308, "Permanent Redirect"},
+    {400, "Bad Request"},
+    {401, "Unauthorized"},
+    {402, "Payment Required"},
+    {403, "Forbidden"},
+    {404, "Not Found"},
+    {405, "Method Not Allowed"},
+    {406, "Not Acceptable"},
+    {407, "Proxy Authentication Required"},
+    {408, "Request Timeout"},
+    {409, "Conflict"},
+    {410, "Gone"},
+    {411, "Length Required"},
+    {412, "Precondition Failed"},
+    {413, "Request Entity Too Large"},
+    {414, "Request-URI Too Long"},
+    {415, "Unsupported Media Type"},
+    {416, "Requested Range Not Satisfiable"},
+    {417, "Expectation Failed"},
+    {451, "Unavailable For Legal Reasons"},
+    {500, "Internal Server Error"},
+    {501, "Not Implemented"},
+    {502, "Bad Gateway"},
+    {503, "Service Unavailable"},
+    {504, "Gateway Timeout"},
+    {505, "HTTP Version Not Supported"},
+    {506, "Variant Also Negotiates"},
+    {507, "Insufficient Storage"},
+    {508, "Loop Detected"},
+    {509, "Bandwidth Limit Exceeded"},
+    {510, "Not Extended"},
+    {511, "Network Authentication Required"},
+};
+
+} // namespace
+
+std::string StatusText(int code) {
+    const Row* row = std::lower_bound(std::begin(STATUS_TEXTS), std::end(STATUS_TEXTS), code,
+                                      [](const Row& r, int wanted) { return r.code < wanted; });
+    if (row == std::end(STATUS_TEXTS) || row->code != code)
+        throw std::out_of_range("no text for status " + std::to_string(code));
+    return row->text;
+}
