@@ -14,8 +14,8 @@ bool shows_lines() {
 }
 
 bool shows_status() {
-    return !Service::IsService() && MountList::Ready() &&
-           Config::Get("RealtimeLog", false)->GetValue(true);
+    return !Service::IsService() && Config::Get("RealtimeLog", false)->GetValue(true) &&
+           MountList::Ready();
 }
 
 std::string padded(std::string text, std::size_t length) {
