@@ -39,8 +39,17 @@ public:
     // none. The pseudo users keep theirs.
     static void MountRemoved(int mount);
 
+    // The text of the user file: as Serialize would write it, and as Unserialize reads it.
+    static std::string Text();
+    static void ReadText(const std::string& text);
+
     static std::shared_ptr<User> GetAnonymousUser();
     static std::shared_ptr<User> GetBanUser();     // its filters are the ban lists
     static std::shared_ptr<User> GetReserveUser(); // its filters get in where a stream is full
     static std::shared_ptr<User> GetSystemUser();  // the server itself
+
+private:
+    static void read(const tinyxml2::XMLDocument& document);
+    // Takes in an account, in the place of one of the same name.
+    static void put(const std::shared_ptr<User>& user);
 };

@@ -100,6 +100,8 @@ private:
     bool has_key(std::string_view wanted) const EXCLUDES(lock);
     bool has_no_key() const EXCLUDES(lock);
     bool is_deleted() const EXCLUDES(lock);
+    // True when a listener, here or further up, has handled the change.
+    bool tell(const std::shared_ptr<ConfigNode>& node, const std::string& old_value) EXCLUDES(lock);
     bool is_child(const std::shared_ptr<ConfigNode>& child) const REQUIRES(lock);
     std::shared_ptr<ConfigNode> find_child(std::string_view wanted) const REQUIRES(lock);
     std::vector<std::shared_ptr<Registration>> copy_listeners() const EXCLUDES(lock);
