@@ -60,7 +60,6 @@ void Mount::open_reader(const std::shared_ptr<Request>& source) {
     const std::shared_ptr<MediaReader> former = reader.load();
     if (former && continued(*former, source)) return;
     const std::shared_ptr<MediaReader> next = get_media_reader(source);
-    if (former) next->Continue(*former);
     if (const auto buffer = live_buffer.load()) buffer->SetReader(next);
     reader.store(next);
 }
