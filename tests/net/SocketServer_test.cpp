@@ -208,18 +208,19 @@ TEST(SocketServer, NoAddressIsTheWildcardToo) {
     EXPECT_EQ(server.bound[0].ip, "0.0.0.0");
 }
 
-TEST(SocketServer, FamilyIPv6BindsIPv6Only) {
-    if (!has_ipv6()) GTEST_SKIP() << "no IPv6 here";
+TEST(SocketServer, FamilyIPv6NeverBindsIPv4) {
     RecordingServer server(AF_INET6);
     server.AddPort(0);
-    ASSERT_TRUE(server.StartAndBind());
-    ASSERT_EQ(server.count, 1);
-    EXPECT_EQ(server.bound[0].ip, "::");
+    server.Start();
+    server.Until([&server] { return server.count == 1 || !has_ipv6(); });
+    server.WaitForStop();
+    ASSERT_EQ(server.bound.size(), has_ipv6() ? 1U : 0U);
+    for (const SockInfo& info : server.bound)
+        EXPECT_EQ(info.ip, "::");
 }
 
 // The IPv6 wildcard claims IPv4 as well, where it is taken by then.
 TEST(SocketServer, OpenFamilyBindsIPv4AndWarnsOfIPv6) {
-    if (!has_ipv6()) GTEST_SKIP() << "no IPv6 here";
     LogLines log;
     const unsigned short port = Ports::Free();
     RecordingServer server;
@@ -227,7 +228,9 @@ TEST(SocketServer, OpenFamilyBindsIPv4AndWarnsOfIPv6) {
     ASSERT_TRUE(server.StartAndBind());
     EXPECT_EQ(server.count, 1);
     EXPECT_EQ(server.bound[0].ip, "0.0.0.0");
-    EXPECT_TRUE(log.Wait("Warning: Unable to bind to port " + std::to_string(port)));
+    EXPECT_EQ(log.All().size(), has_ipv6() ? 1U : 0U);
+    EXPECT_EQ(log.Count("Warning: Unable to bind to port " + std::to_string(port)),
+              has_ipv6() ? 1 : 0);
 }
 
 TEST(SocketServer, HostNameAsAddressEndsTheThread) {
@@ -276,7 +279,7 @@ TEST(SocketServer, WithoutASocketItNeitherBeginsNorSaysGoodbye) {
 
 TEST(SocketServer, No1025thSocketIsBound) {
     const DescriptorLimit limit;
-    if (!limit.Set(4096)) GTEST_SKIP() << "too few descriptors";
+    ASSERT_TRUE(limit.Set(4096));
     LogLines log;
     listen_at("127.0.0.1");
     RecordingServer server;
@@ -347,7 +350,7 @@ TEST(SocketServer, EveryPortHasItsTurn) {
 
 TEST(SocketServer, StormOfConnectionsIsAcceptedWhole) {
     const DescriptorLimit limit;
-    if (!limit.Set(8192)) GTEST_SKIP() << "too few descriptors";
+    ASSERT_TRUE(limit.Set(8192));
     constexpr std::size_t STORM = 2000;
     listen_at("127.0.0.1");
     RecordingServer server;

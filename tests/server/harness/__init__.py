@@ -1,0 +1,13 @@
+"""Speaks to a running Quillwave from outside, as operators, encoders and players do.
+
+ports     a block of ports that nobody else on this machine uses
+server    Server: the program in a directory of its own; logs, exit status, sanitizer reports
+client    Connection: a raw socket with deadlines; heads, bodies and chunks (RFC 9112); fetch
+media     numbered MPEG and ADTS frames and Ogg pages
+icy       ICY metadata blocks, put into a stream and taken out of it
+source    Source: an encoder on a thread; IcySource, HttpSource
+listener  Listener: a player; the audio and titles of what a mount sends
+
+A test asks for the fixture `start_server` (conftest.py), which stops what it started and fails the test when
+the server crashed, left a sanitizer report, or did not end with 0.
+"""
