@@ -18,7 +18,7 @@ std::string listening_line(int port) {
 void add_port_base(int port) {
     const auto setting = std::make_shared<ConfigNode>("PortBase", "");
     setting->SetValue(port);
-    Config::GetRoot()->GetChild("Default", true)->AddChild(setting);
+    Config::GetRoot()->AddChild(setting);
 }
 
 int source_port() { return Config::Get("SCSourcePort", false)->GetValue(-1); }

@@ -137,7 +137,7 @@ void listen_at(const char* address) { Config::Get("ServIP", true)->SetValue(addr
 void listen_also_at(const char* address) {
     const auto setting = std::make_shared<ConfigNode>("ServIP", "");
     setting->SetValue(address);
-    Config::GetRoot()->GetChild("Default", true)->AddChild(setting);
+    Config::GetRoot()->AddChild(setting);
 }
 
 bool has_ipv6() {

@@ -400,7 +400,7 @@ TEST(SocketConnect, IPv4SettingRefusesAHostThatIsOnlyIPv6) {
 TEST(SocketConnect, SettingsOfBothFamiliesLeaveTheFamilyOpen) {
     Config::Get("ServIP", true)->SetValue("::1");
     const auto second = std::make_shared<ConfigNode>("ServIP", "");
-    Config::GetRoot()->GetChild("Default", false)->AddChild(second)->SetValue("127.0.0.6");
+    Config::GetRoot()->AddChild(second)->SetValue("127.0.0.6");
     const Listening listening;
     const auto socket = outgoing();
     ASSERT_EQ(socket->Connect("127.0.0.1", listening.port, "", 0, false), 0);

@@ -15,7 +15,7 @@ public:
     LogLines() {
         static const Logging logging;
         reader = Log::AddLogReceiver(Log::EVENT_LOG);
-        collect();
+        All();
         lines.clear();
     }
     ~LogLines() { Log::RemoveLogReceiver(reader, Log::EVENT_LOG); }
