@@ -38,8 +38,8 @@ def mount(address, index=1, **keys):
 class Server:
     """One run of the program at a time; start() again after stop() is a second run in the same directory.
 
-    `settings` is a list of pairs or a mapping, added to the defaults below; a value None takes a default out, a
-    list repeats a key. `config` replaces the whole file, False leaves it away. `users` is the text of the user
+    `settings` is a list of pairs or a mapping, or a function that makes it from the server (for its ports). It is
+    added to the defaults below; a value None takes a default out, a list repeats a key. `config` replaces the whole file, False leaves it away. `users` is the text of the user
     file. `arguments` replaces the command line, by default the path of the configuration file.
     `console=True` keeps standard input open for say(); otherwise the server finds it at its end.
     """
@@ -71,6 +71,8 @@ class Server:
             "AdminUser": ADMIN[0],
             "AdminPass": ADMIN[1],
         }
+        if callable(settings):
+            settings = settings(self)
         pairs = list(settings.items() if isinstance(settings, dict) else settings)
         for key, _ in pairs:
             defaults.pop(key, None)
