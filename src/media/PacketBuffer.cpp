@@ -68,10 +68,7 @@ void PacketBuffer::Resync() {
     reader->Reset();
 }
 
-void PacketBuffer::SetReader(std::shared_ptr<MediaReader> next) {
-    next->Continue(*reader);
-    reader = std::move(next);
-}
+void PacketBuffer::SetReader(std::shared_ptr<MediaReader> next) { reader = std::move(next); }
 
 // Kept: what is short of a whole piece is never sent. Pieces of one size make a burst fall on the
 // same borders for every listener.

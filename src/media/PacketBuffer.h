@@ -54,7 +54,8 @@ public:
     int FillBuffer();
     // Forgets what is not framed yet; packets and listeners stay. For when a source has left.
     void Resync();
-    // Continues with a source that arrives in another way.
+    // Continues with a source that arrives in another way; its reader took over from the former
+    // one with MediaReader::Continue.
     void SetReader(std::shared_ptr<MediaReader> next);
 
     // With `burst`, all that was retained at the last Process is handed to the listener at once.
