@@ -14,11 +14,14 @@ void PacketQueue::Push(std::shared_ptr<BufferEntry> packet) {
 }
 
 std::shared_ptr<BufferEntry> PacketQueue::Pop() {
-    if (next == taken.size()) take_arrived();
+    if (taken.empty()) take_arrived();
     std::shared_ptr<BufferEntry> packet = std::move(taken[next++]);
     popped_count += 1;
     popped_bytes += packet->size;
-    if (next == taken.size()) empty(taken);
+    if (next == taken.size()) {
+        empty(taken);
+        next = 0;
+    }
     return packet;
 }
 
@@ -28,8 +31,6 @@ void PacketQueue::Clear() {
 }
 
 void PacketQueue::take_arrived() {
-    empty(taken);
-    next = 0;
     spin_guard guard(lock);
     taken.swap(arrived);
 }
