@@ -347,7 +347,7 @@ TEST_F(Console, StatusLineIsDrawnOverItself) {
     Config::Get("RealtimeLog", false)->SetValue(true);
     testing::internal::CaptureStdout();
     Log::SetFile("0", "0");
-    std::this_thread::sleep_for(800ms);
+    std::this_thread::sleep_for(2s);
     Log::Stop();
     const std::string shown = testing::internal::GetCapturedStdout();
     EXPECT_THAT(shown, StartsWith("\r<Status> Sources: 0 Nodes: 0 (Unique: 0) Tx: <->\r"));
@@ -361,11 +361,11 @@ TEST_F(Console, PromptTakesThePlaceOfTheStatusLineWhilePaused) {
     Log::Pause(true, "Sure?");
     testing::internal::CaptureStdout();
     Log::SetFile("0", "0");
-    std::this_thread::sleep_for(100ms);
+    std::this_thread::sleep_for(300ms);
     Log::Pause(false, "");
-    std::this_thread::sleep_for(100ms);
+    std::this_thread::sleep_for(300ms);
     Log::Pause(true, "Sure?");
-    std::this_thread::sleep_for(100ms);
+    std::this_thread::sleep_for(300ms);
     Log::Stop();
     const std::string shown = testing::internal::GetCapturedStdout();
     EXPECT_THAT(shown, HasSubstr("\rSure?\rSure?"));
@@ -380,7 +380,7 @@ TEST_F(Console, NothingIsDrawnWhilePausedWithoutAMessage) {
     Log::Pause(true, "");
     testing::internal::CaptureStdout();
     Log::SetFile("0", "0");
-    std::this_thread::sleep_for(100ms);
+    std::this_thread::sleep_for(300ms);
     Log::Stop();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Logging Thread shutting down\n");
 }
@@ -392,7 +392,7 @@ TEST_F(Console, LineWipesOutTheStatusLineBeforeIt) {
     Config::Get("ScreenLog", false)->SetValue(true);
     testing::internal::CaptureStdout();
     Log::SetFile("0", "0");
-    std::this_thread::sleep_for(100ms);
+    std::this_thread::sleep_for(300ms);
     LogWrite(2) << "x" << std::endl;
     Log::Stop();
     const std::string status = "<Status> Sources: 0 Nodes: 0 (Unique: 0) Tx: <->";
