@@ -32,7 +32,7 @@ public:
         std::string rest;
         for (const Step& step : steps)
             rest += step.bytes;
-        return rest;
+        return rest.substr(received);
     }
 
     // Everything that a Read delivers, with its result.
@@ -47,16 +47,17 @@ protected:
     int receive(char* buffer, int length, int flags) override {
         while (!steps.empty() && steps.front().before) {
             const std::function<void()> before = std::move(steps.front().before);
-            steps.pop_front();
+            next_step();
             before();
         }
         if (steps.empty()) return IO_END;
-        std::string& bytes = steps.front().bytes;
+        const std::string& bytes = steps.front().bytes;
         if (bytes.empty()) return take_result();
-        const std::size_t count = std::min(bytes.size(), static_cast<std::size_t>(length));
-        std::memcpy(buffer, bytes.data(), count);
-        if ((flags & MSG_PEEK) == 0) bytes.erase(0, count);
-        if (bytes.empty()) steps.pop_front();
+        const std::size_t count =
+            std::min(bytes.size() - received, static_cast<std::size_t>(length));
+        std::memcpy(buffer, bytes.data() + received, count);
+        if ((flags & MSG_PEEK) == 0) received += count;
+        if (received == bytes.size()) next_step();
         return static_cast<int>(count);
     }
 
@@ -74,9 +75,15 @@ private:
 
     int take_result() {
         const int result = steps.front().result;
-        steps.pop_front();
+        next_step();
         return result;
     }
 
+    void next_step() {
+        steps.pop_front();
+        received = 0;
+    }
+
     std::deque<Step> steps;
+    std::size_t received = 0; // of the segment in front
 };
