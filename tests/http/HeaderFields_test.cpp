@@ -26,7 +26,7 @@ TEST(HeaderFields, EmptyHasNothing) {
 }
 
 TEST(HeaderFields, SetAddsAndReplacesAndKeepsTheFirstSpelling) {
-    HeaderFields fields({{"One", "1"}});
+    HeaderFields fields(HeaderFields::Map{{"One", "1"}});
     fields.Set("two", "2");
     fields.Set("ONE", "11");
     EXPECT_EQ(fields.Get("one"), "11");

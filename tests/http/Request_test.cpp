@@ -74,7 +74,7 @@ TEST(Request, WholeHeadIsReadInOneStep) {
 }
 
 TEST(Request, HeadMayArriveSplitAnywhereAndTheStreamBehindItStays) {
-    for (const std::string head : {HEAD, std::string("SOURCE /a ICE/1.0\nX: y\n\n")}) {
+    for (const std::string& head : {HEAD, std::string("SOURCE /a ICE/1.0\nX: y\n\n")}) {
         for (std::size_t at = 1; at < head.size(); ++at) {
             Exchange exchange;
             ASSERT_EQ(exchange.answer_to(head.substr(0, at)), IO_AGAIN) << at;
