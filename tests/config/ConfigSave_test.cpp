@@ -118,7 +118,7 @@ TEST(ConfigSave, MixedSectionsAreGatheredWhereTheyFirstStand) {
 
 TEST(ConfigSave, LineEndsAndNulsInKeysAndValuesBecomeBlanks) {
     const auto root = SettingsOf("SourceMount1=/a\n");
-    set(MountSettings(root, "1"), "No\nte", std::string("x\r\nAdminUser=evil\0!", 18));
+    set(MountSettings(root, "1"), "No\nte", std::string("x\r\nAdminUser=evil\0!", 19));
     EXPECT_EQ(merged(root, ""), "SourceMount1=/a\nSourceNo te1=x  AdminUser=evil !\n");
 }
 

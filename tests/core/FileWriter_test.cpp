@@ -25,6 +25,21 @@ std::ptrdiff_t files_in(const fs::path& folder) {
     return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
 }
 
+// Without the rights of the superuser, where the test has them.
+class AsNobody {
+public:
+    AsNobody() { become(65534); }
+    ~AsNobody() { become(getuid()); }
+    AsNobody(const AsNobody&) = delete;
+    AsNobody& operator=(const AsNobody&) = delete;
+
+private:
+    static void become(uid_t user) {
+        if (getuid() != 0) return;
+        EXPECT_EQ(seteuid(user), 0);
+    }
+};
+
 } // namespace
 
 TEST(FileWriter, NewFileHasTheModeWhateverTheUmask) {
@@ -105,13 +120,36 @@ TEST(FileWriter, MissingFolderAndFolderInPlaceOfTheFileAreFailures) {
     EXPECT_FALSE(WriteFileWhole("", "new", 0600));
 }
 
+// The superuser may write everything, so these are done as somebody else.
 TEST(FileWriter, WriteProtectedFileStaysAsItIs) {
-    if (geteuid() == 0) GTEST_SKIP() << "the superuser may write everything";
     const TemporaryDirectory folder;
     folder.Write("a", "old");
-    chmod(folder.Path("a").c_str(), 0400);
+    chmod(folder.Path("a").c_str(), 0444);
+    chmod(folder.Path("").c_str(), 0777);
+    const AsNobody nobody;
     EXPECT_FALSE(WriteFileWhole(folder.Path("a"), "new", 0600));
     EXPECT_EQ(folder.Read("a"), "old");
+}
+
+TEST(FileWriter, WriteProtectedFolderLeavesTheFileAsItIs) {
+    const TemporaryDirectory folder;
+    folder.Write("a", "old");
+    chmod(folder.Path("a").c_str(), 0666);
+    chmod(folder.Path("").c_str(), 0555);
+    const AsNobody nobody;
+    EXPECT_FALSE(WriteFileWhole(folder.Path("a"), "new", 0600));
+    EXPECT_EQ(folder.Read("a"), "old");
+}
+
+TEST(FileWriter, FileOfAnotherOwnerBecomesOursWithItsMode) {
+    const TemporaryDirectory folder;
+    folder.Write("a", "old");
+    chmod(folder.Path("a").c_str(), 0666);
+    chmod(folder.Path("").c_str(), 0777);
+    const AsNobody nobody;
+    EXPECT_TRUE(WriteFileWhole(folder.Path("a"), "new", 0600));
+    EXPECT_EQ(folder.Read("a"), "new");
+    EXPECT_EQ(mode_of(folder.Path("a")), 0666U);
 }
 
 TEST(FileWriter, FullDiskLeavesTheOldFileAndNoRest) {
