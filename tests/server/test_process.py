@@ -301,3 +301,14 @@ def test_thread_pool_setting_is_the_number_of_workers(start_server):
     server = start_server([("ThreadPool", 7)])
     assert server.wait_log("Starting thread pool of 7 threads...")
     server.wait_until(lambda: server.thread_names().count("ThreadPool Work") == 7, complaint="not 7 workers")
+
+
+def test_timer_of_a_pending_save_is_a_thread_with_a_name(start_server):
+    server = start_server([("SCSourcePort", None)])
+    server.wait_until(lambda: "ConfigWatch Tim" in server.thread_names(), complaint="no timer")
+
+
+def test_no_timer_without_a_change(start_server):
+    server = start_server()
+    server.wait_log("Starting thread pool of ")
+    assert "ConfigWatch Tim" not in server.thread_names()
