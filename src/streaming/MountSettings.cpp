@@ -74,8 +74,8 @@ struct Mount::SettingKey {
     const char* key_in_default = key;
 
     bool Is(const std::string& lower_key, bool in_default) const {
-        std::string name = in_default ? key_in_default : key;
-        return tolower(name) == lower_key;
+        std::string own = in_default ? key_in_default : key;
+        return tolower(own) == lower_key;
     }
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "media/PacketBuffer.h"
 #include "support/ByteReader.h"
 
 #include <cstddef>
