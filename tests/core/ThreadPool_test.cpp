@@ -3,7 +3,7 @@
 #include "config/Config.h"
 #include "core/Log.h"
 #include "core/ThreadPoolWork.h"
-#include "support/LogCapture.h"
+#include "support/LogLines.h"
 
 #include <filesystem>
 #include <fstream>
@@ -76,7 +76,7 @@ protected:
         return work;
     }
 
-    LogCapture log;
+    LogLines log;
 };
 
 } // namespace
@@ -117,7 +117,7 @@ TEST_F(ThreadPoolTest, StartsItsThreadsByNameAndSaysHowMany) {
     ThreadPool::Start();
     EXPECT_TRUE(eventually([] { return thread_names().count("ThreadPool Work") == 3; }));
     EXPECT_TRUE(eventually([] { return thread_names().count("ThreadPool Mana") == 1; }));
-    EXPECT_TRUE(log.WaitFor("] Starting thread pool of 3 threads..."));
+    EXPECT_TRUE(log.Wait("] Starting thread pool of 3 threads..."));
     ThreadPool::WaitForStop();
     EXPECT_EQ(thread_names().count("ThreadPool Work"), 0U);
 }
@@ -224,8 +224,8 @@ TEST_F(ThreadPoolTest, SlowCycleIsLoggedAndItsLengthGivenToTheNextPolls) {
     ThreadPool::Start();
     const long long elapsed = next_elapsed.get_future().get();
     EXPECT_GE(elapsed, 80);
-    EXPECT_TRUE(log.WaitFor("] ThreadPool polling taking too long. Took " +
-                            std::to_string(elapsed) + " ms!"));
+    EXPECT_TRUE(
+        log.Wait("] ThreadPool polling taking too long. Took " + std::to_string(elapsed) + " ms!"));
     EXPECT_TRUE(eventually([&] { return work->polls > 3 && work->elapsed == 50; }));
 }
 
