@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <list>
@@ -153,7 +154,7 @@ public:
     std::shared_ptr<PacketBuffer> GetPacketBuffer() const { return live_buffer.load(); }
     // A listener walks the buffers, intro first, by an index of its own that starts at 0; -1 means
     // that there is nothing further.
-    bool HasNextPacketBuffer(int& index) const EXCLUDES(buffers_lock);
+    bool HasNextPacketBuffer(int& index) const; // takes no lock
     std::shared_ptr<PacketBuffer> GetNextPacketBuffer(int& index) const EXCLUDES(buffers_lock);
     // Reads a whole file as the intro of every listener. False when nothing could be read.
     bool SetIntroFile(const std::string& path) EXCLUDES(buffers_lock);
@@ -321,11 +322,12 @@ private:
     mutable spinlock buffers_lock;
     std::vector<std::shared_ptr<PacketBuffer>> buffers GUARDED_BY(buffers_lock); // in play order
     bool has_intro GUARDED_BY(buffers_lock) = false;
+    std::atomic<std::size_t> buffer_count{0}; // changes under the lock
     shared_cell<PacketBuffer> live_buffer;
     shared_cell<MediaReader> reader;
 
     // Listeners. The counters change under receivers_lock and are read without it.
-    mutable spinlock receivers_lock;
+    mutable spinlock receivers_lock ACQUIRED_BEFORE(settings_lock);
     std::map<std::string, std::shared_ptr<Receiver>>
         receivers GUARDED_BY(receivers_lock); // by UUID
     std::map<std::string, unsigned int> ip_counts GUARDED_BY(receivers_lock);

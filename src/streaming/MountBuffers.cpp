@@ -37,8 +37,7 @@ bool continued(MediaReader& reader, const std::shared_ptr<Request>& source) {
 } // namespace
 
 bool Mount::HasNextPacketBuffer(int& index) const {
-    spin_guard guard(buffers_lock);
-    return index >= 0 && static_cast<std::size_t>(index) < buffers.size();
+    return index >= 0 && static_cast<std::size_t>(index) < buffer_count;
 }
 
 std::shared_ptr<PacketBuffer> Mount::GetNextPacketBuffer(int& index) const {
@@ -60,6 +59,7 @@ void Mount::open_reader(const std::shared_ptr<Request>& source) {
     const std::shared_ptr<MediaReader> former = reader.load();
     if (former && continued(*former, source)) return;
     const std::shared_ptr<MediaReader> next = get_media_reader(source);
+    if (former) next->Continue(*former);
     if (const auto buffer = live_buffer.load()) buffer->SetReader(next);
     reader.store(next);
 }
@@ -69,6 +69,7 @@ void Mount::open_buffer(const Framer& framer) {
         const std::shared_ptr<PacketBuffer> made = framer.make(reader.load());
         spin_guard guard(buffers_lock);
         buffers.push_back(made);
+        buffer_count = buffers.size();
         live_buffer.store(made);
     }
     const std::shared_ptr<PacketBuffer> buffer = live_buffer.load();
@@ -82,6 +83,7 @@ void Mount::cleanup_buffer() {
     {
         spin_guard guard(buffers_lock);
         if (buffers.size() == (has_intro ? 2 : 1)) buffers.pop_back();
+        buffer_count = buffers.size();
     }
     if (live) live->SignalStop();
     reader.store(nullptr);

@@ -23,5 +23,6 @@ bool Mount::SetIntroFile(const std::string& path) {
     else
         buffers.insert(buffers.begin(), intro);
     has_intro = true;
+    buffer_count = buffers.size();
     return true;
 }

@@ -180,12 +180,9 @@ int MountList::GetNextFreeID() {
         taken.push_back(mount->GetID());
     std::sort(taken.begin(), taken.end());
     int free = 1;
-    for (const int id : taken) {
-        if (id > free) break;
-        if (id == free) free = id == HIGHEST_ID ? -1 : id + 1;
-        if (free == -1) break;
-    }
-    return free;
+    for (const int id : taken)
+        if (id == free) ++free;
+    return free > HIGHEST_ID ? -1 : free;
 }
 
 void MountList::SignalStop() {

@@ -77,8 +77,6 @@ const Row ROWS[] = {
     {"NotifyUser", "NotifyUser", "joe", [](M m) { return m.GetNotifications().user; }, "", "joe"},
     {"Port", "Port", "8010", [](M m) { return m.GetAssignedPort(); }, "", "8010"},
     {"Public", "Public", "always", public_state, "source", "always"},
-    {"PublicRelays", "PublicRelays", "always", [](M m) { return flag(m.PublicRelays()); }, "no",
-     "no"},
     {"Relay", "Relay", "http://far/x", [](M m) { return m.RelayAddress(); }, "", "http://far/x"},
     {"ShowLastSongs", "ShowLastSongs", "5",
      [](M m) { return std::to_string(m.SongHistoryLength()); }, "20", "5"},

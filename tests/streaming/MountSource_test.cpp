@@ -113,6 +113,21 @@ TEST_F(MountSource, WhatTheNextSourceDoesNotSayIsForgotten) {
     EXPECT_FALSE(mount->Public());
 }
 
+TEST_F(MountSource, RelaysAreListedForAPublicSourceUnlessTheMountForbidsIt) {
+    EXPECT_FALSE(mount->PublicRelays());
+    connect("Content-Type: audio/mpeg\r\nicy-pub: 1\r\n");
+    EXPECT_TRUE(mount->PublicRelays());
+    Set(mount->GetConfigNode(), "PublicRelays", "no");
+    EXPECT_FALSE(mount->PublicRelays());
+    Set(mount->GetConfigNode(), "PublicRelays", "");
+    EXPECT_TRUE(mount->PublicRelays());
+    Set(Defaults(), "PublicRelays", "0");
+    EXPECT_FALSE(mount->PublicRelays());
+    Set(Defaults(), "PublicRelays", "");
+    Set(mount->GetConfigNode(), "Auth", "1");
+    EXPECT_FALSE(mount->PublicRelays());
+}
+
 TEST_F(MountSource, ASourceComesAndGoes) {
     LogLines log;
     connect("Content-Type: audio/mpeg\r\n").Send(mp3_frames(40));
@@ -208,7 +223,7 @@ TEST_F(MountSource, ASourceWithMetadataBlocksMayFollowOneWithout) {
     ASSERT_TRUE(has_packets(32));
     EXPECT_EQ(mount->GetPacketBuffer(), buffer);
     EXPECT_EQ(retained(), std::string(8000, 'a') + std::string(8000, 'b'));
-    EXPECT_GT(mount->BytesReceived(), received + 8192);
+    EXPECT_EQ(mount->BytesReceived(), received + 8194 + source->request->GetRawRequest().size());
 }
 
 TEST_F(MountSource, AKeptReaderTakesTheNextSourcesInterval) {
