@@ -7,15 +7,14 @@
 void TransferRate::Add(std::uint64_t bytes) {
     const time_t second = now();
     spin_guard guard(lock);
-    if (used > 0 && buckets[used - 1].second == second) {
-        buckets[used - 1].bytes += bytes;
-        return;
-    }
     if (used == MOST) {
         std::move(buckets.begin() + 1, buckets.end(), buckets.begin());
         --used;
     }
-    buckets[used++] = {second, bytes};
+    if (used > 0 && buckets[used - 1].second == second)
+        buckets[used - 1].bytes += bytes;
+    else
+        buckets[used++] = {second, bytes};
 }
 
 std::uint64_t TransferRate::GetBytesPerSecond(bool recent) const {

@@ -10,7 +10,8 @@
 // Bytes per second over the last few seconds in which anything moved. One thread adds, any reads.
 class TransferRate {
 public:
-    // Counts `bytes` for the current second; at most 11 seconds are remembered.
+    // Counts `bytes` for the current second. At most 11 seconds are remembered; of more than 10 the
+    // oldest goes with the next addition, even to the same second.
     void Add(std::uint64_t bytes) EXCLUDES(lock);
 
     // With `recent`, only the seconds of the last ten, against the time since then; otherwise all

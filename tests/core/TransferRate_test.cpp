@@ -41,3 +41,16 @@ TEST(TransferRate, RemembersAtMostElevenSeconds) {
     }
     EXPECT_EQ(rate.Buckets(), 11U);
 }
+
+TEST(TransferRate, TheEleventhSecondGoesWithTheNextAddition) {
+    Clock::Hold(1000);
+    TransferRate rate;
+    for (int i = 0; i < 11; ++i) {
+        rate.Add(90);
+        if (i < 10) Clock::Advance(1);
+    }
+    EXPECT_EQ(rate.GetBytesPerSecond(false), 99U);
+    rate.Add(0);
+    EXPECT_EQ(rate.Buckets(), 10U);
+    EXPECT_EQ(rate.GetBytesPerSecond(false), 100U);
+}
