@@ -161,7 +161,7 @@ long Response::Buffer(const std::string& bytes) {
 // The size line of a chunk (RFC 9112 section 7.1): hexadecimal length [; extension] CRLF
 void Response::open_chunk(unsigned long length) {
     if (!chunked) return;
-    std::array<char, SendQueue::INLINE_BYTES> line;
+    std::array<char, 2 * sizeof length + LINE_END.size()> line;
     char* end = std::to_chars(line.data(), line.data() + line.size(), length, 16).ptr;
     if (!chunk_comment.empty()) {
         queue.Push(std::string(line.data(), end) + "; " + std::exchange(chunk_comment, {}) +

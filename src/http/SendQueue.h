@@ -27,7 +27,7 @@ public:
     void Drop(std::uint64_t count);
     void Clear();
 
-    static constexpr std::size_t INLINE_BYTES = 16;
+    static constexpr std::size_t INLINE_BYTES = 8; // the size line of a chunk
 
 private:
     struct Segment {
