@@ -2,6 +2,7 @@
 
 #include "config/Config.h"
 #include "config/ConfigNodeListener.h"
+#include "support/SettingsTree.h"
 
 #include <atomic>
 #include <chrono>
@@ -113,14 +114,14 @@ TEST(ConfigNode, NumbersAndBooleansAreStoredAsText) {
 }
 
 TEST(ConfigNode, RootIsItsOwnParent) {
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto child = root->GetChild("child", true);
     EXPECT_EQ(root->GetParent(), root);
     EXPECT_EQ(child->GetParent(), root);
 }
 
 TEST(ConfigNode, MissingKeyGivesEachTimeAnotherPlaceholder) {
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto first = root->GetChild("MimeFile", false);
     const auto second = root->GetChild("MimeFile", false);
     EXPECT_EQ(first->GetValue("mime.types"), "mime.types");
@@ -130,7 +131,7 @@ TEST(ConfigNode, MissingKeyGivesEachTimeAnotherPlaceholder) {
 }
 
 TEST(ConfigNode, LookupHasNoRegardToCaseAndKeepsTheFirstCase) {
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto port = root->GetChild("port", true);
     EXPECT_EQ(root->GetChild("PORT", true), port);
     EXPECT_EQ(port->GetKey(true), "port");
@@ -139,7 +140,7 @@ TEST(ConfigNode, LookupHasNoRegardToCaseAndKeepsTheFirstCase) {
 }
 
 TEST(ConfigNode, ChildrenAreFoundById) {
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto child = root->GetChild("a", true);
     EXPECT_TRUE(root->ChildExists(child->GetId()));
     EXPECT_EQ(root->GetChild(child->GetId()), child);
@@ -150,14 +151,14 @@ TEST(ConfigNode, ChildrenAreFoundById) {
 TEST(ConfigNode, CreatingALookedUpKeyTellsNobody) {
     std::vector<std::string> heard;
     Witness witness(heard);
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     root->AddListener(&witness);
     root->GetChild("new", true);
     EXPECT_THAT(heard, IsEmpty());
 }
 
 TEST(ConfigNode, SameObjectIsAddedOnceAndSameKeyTwice) {
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto first = node("ServIP");
     const auto second = node("servip");
     EXPECT_EQ(root->AddChild(first), first);
@@ -170,7 +171,7 @@ TEST(ConfigNode, SameObjectIsAddedOnceAndSameKeyTwice) {
 TEST(ConfigNode, NodeWithoutAKeyIsNotAdded) {
     std::vector<std::string> heard;
     Witness witness(heard);
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     root->AddListener(&witness);
     const auto nameless = std::make_shared<ConfigNode>();
     EXPECT_EQ(root->AddChild(nameless), nameless);
@@ -183,7 +184,7 @@ TEST(ConfigNode, NewChildIsToldAboveItWithAnEmptyOldValue) {
     std::vector<std::string> heard;
     Witness above(heard, "above");
     Witness own(heard, "own");
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto child = node_with_value("1");
     root->AddListener(&above);
     child->AddListener(&own);
@@ -194,7 +195,7 @@ TEST(ConfigNode, NewChildIsToldAboveItWithAnEmptyOldValue) {
 TEST(ConfigNode, RemovedChildHasNoParentAndNobodyHears) {
     std::vector<std::string> heard;
     Witness witness(heard);
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto child = root->GetChild("a", true);
     root->AddListener(&witness);
     root->RemoveChild(child);
@@ -204,7 +205,7 @@ TEST(ConfigNode, RemovedChildHasNoParentAndNobodyHears) {
 }
 
 TEST(ConfigNode, SortsByLoweredKeyWithTheShorterFirst) {
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     for (const char* key : {"beta", "Alpha2", "alpha", "ALPHA10"})
         root->GetChild(key, true);
     std::vector<std::string> keys;
@@ -233,7 +234,7 @@ TEST(ConfigNode, ChangeClimbsNearestFirstInOrderOfRegistration) {
     Witness first(heard, "first");
     Witness second(heard, "second");
     Witness above(heard, "above");
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto child = root->GetChild("k", true);
     root->AddListener(&above);
     child->AddListener(&first);
@@ -259,7 +260,7 @@ TEST(ConfigNode, EmptiedLeafLeavesTheTreeAfterEverybodyHeard) {
     std::vector<std::string> heard;
     Witness witness(heard);
     bool was_there = false;
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto leaf = root->GetChild("k", true);
     leaf->SetValue("x");
     root->AddListener(&witness);
@@ -273,7 +274,7 @@ TEST(ConfigNode, EmptiedLeafLeavesTheTreeAfterEverybodyHeard) {
 }
 
 TEST(ConfigNode, EmptiedNodeWithChildrenStays) {
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto section = root->GetChild("section", true);
     section->GetChild("k", true);
     section->SetValue("x");
@@ -282,13 +283,13 @@ TEST(ConfigNode, EmptiedNodeWithChildrenStays) {
 }
 
 TEST(ConfigNode, LeafThatIsEmptyAlreadyStays) {
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     root->GetChild("k", true)->SetValue("");
     EXPECT_TRUE(root->ChildExists("k"));
 }
 
 TEST(ConfigNode, DeletedSectionLosesItsChildrenAndStaysEmpty) {
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto section = root->GetChild("2", true);
     section->GetChild("Mount", true)->SetValue("/a");
     section->GetChild("Name", true)->SetValue("A");
@@ -302,7 +303,7 @@ TEST(ConfigNode, HandledChangeGoesNoFurtherAndPrunesNothing) {
     Witness handles(heard, "handles", true);
     Witness later(heard, "later");
     Witness above(heard, "above");
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto leaf = root->GetChild("k", true);
     leaf->SetValue("x");
     leaf->AddListener(&handles);
@@ -316,7 +317,7 @@ TEST(ConfigNode, HandledChangeGoesNoFurtherAndPrunesNothing) {
 TEST(ConfigNode, ChangeHandledFurtherUpPrunesNothingEither) {
     std::vector<std::string> heard;
     Witness handles(heard, "handles", true);
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto leaf = root->GetChild("k", true);
     leaf->SetValue("x");
     root->AddListener(&handles);
@@ -376,7 +377,7 @@ TEST(ConfigNode, TakingAListenerOffWaitsForTheCallOfAnotherThread) {
 TEST(ConfigNode, ListenerMayChangeOtherSettings) {
     std::vector<std::string> heard;
     Witness witness(heard);
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     const auto key = root->GetChild("k", true);
     key->AddListener(&witness);
     witness.then = [&] { root->GetChild("other", true)->SetValue("set"); };
@@ -390,7 +391,7 @@ TEST(ConfigNode, NodeOutsideASharedPointerCannotNotify) {
 }
 
 TEST(ConfigNode, PruningAndReadingOnManyThreadsGoOn) {
-    const auto root = node("root");
+    const auto root = OwnTree("root", "");
     std::atomic<bool> done{false};
     const auto prune = [&](const std::string& key) {
         for (int i = 0; i < 3000; ++i) {

@@ -118,6 +118,7 @@ TEST(Config, MissingFileIsMadeByTheFirstChange) {
     struct stat found {};
     ASSERT_EQ(stat(folder.Path("q.conf").c_str(), &found), 0);
     EXPECT_EQ(found.st_mode & 07777, 0600U);
+    Config::SavePending();
 }
 
 TEST(Config, PendingSaveIsDoneAtTheEndAndNoneWithoutAChange) {

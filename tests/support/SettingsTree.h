@@ -8,9 +8,24 @@
 #include <string>
 #include <vector>
 
-// A tree of settings of a test's own.
+// Children and parents hold each other; taken apart they can go.
+inline void TakeApart(const std::shared_ptr<ConfigNode>& node) {
+    for (const auto& child : node->GetAllChildren(false)) {
+        TakeApart(child);
+        node->RemoveChild(child);
+    }
+}
+
+// A tree of a test's own, gone with the last copy of what is returned.
+inline std::shared_ptr<ConfigNode> OwnTree(const std::string& key,
+                                           const std::string& friendly_name) {
+    const auto root = std::make_shared<ConfigNode>(key, friendly_name);
+    const std::shared_ptr<void> owner(nullptr, [root](void*) { TakeApart(root); });
+    return {owner, root.get()};
+}
+
 inline std::shared_ptr<ConfigNode> EmptySettings() {
-    auto root = std::make_shared<ConfigNode>("globalnode", "Global Node");
+    auto root = OwnTree("globalnode", "Global Node");
     root->AddChild(std::make_shared<ConfigNode>("Default", "Defaults"));
     root->AddChild(std::make_shared<ConfigNode>("Source", "Sources"));
     return root;
