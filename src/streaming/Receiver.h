@@ -80,6 +80,7 @@ public:
     Log::ReceiverStats GetLogStats() const EXCLUDES(name_lock);
 
 private:
+    friend struct ReceiverProbe; // of the tests, for states that no peer can bring about
     enum State : int { READING = 0, RUNNING = 1, ENDING = 2, FINISHED = 3 };
     // What follows once the answer that is on its way has left.
     enum class Then : std::uint8_t { NOTHING, NEXT_REQUEST, HAND_OVER };

@@ -38,9 +38,10 @@ public:
     using Settings = std::map<std::string, std::string>;
 
     explicit OnAir(const std::string& address, int id = 1, const Settings& settings = {}) {
-        const auto node = Config::Get("Source", true)->AddChild(
-            std::make_shared<ConfigNode>(std::to_string(id), ""));
-        for (const auto& [key, value] : settings) node->GetChild(key, true)->SetValue(value);
+        const auto node = Config::Get("Source", true)
+                              ->AddChild(std::make_shared<ConfigNode>(std::to_string(id), ""));
+        for (const auto& [key, value] : settings)
+            node->GetChild(key, true)->SetValue(value);
         mount = std::make_shared<Mount>(address, id, node);
         MountList::Add(mount);
         ReceiverList::Open();
@@ -82,7 +83,8 @@ public:
     // What was cut goes to the listeners' queues.
     void Deliver() {
         const auto buffer = mount->GetPacketBuffer();
-        while (buffer->Poll(50) != ThreadPool::NOTHING) buffer->Process();
+        while (buffer->Poll(50) != ThreadPool::NOTHING)
+            buffer->Process();
     }
 
     void FeedAndDeliver(char byte = 'a') {
@@ -115,7 +117,8 @@ public:
         comes_true([&] { return pair.server->CanRecv() == 1; });
     }
     void Slice(int count = 1) {
-        for (int slice = 0; slice < count; ++slice) receiver->Process();
+        for (int slice = 0; slice < count; ++slice)
+            receiver->Process();
     }
     // Says it and lets it be worked on.
     std::string Ask(const std::string& text) {

@@ -1,0 +1,136 @@
+// The pool side of a Receiver: when it is polled into a slice, and what keeps two slices apart.
+
+#include "core/Clock.h"
+#include "support/LogLines.h"
+#include "support/OnAir.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr long long CYCLE = 50;
+
+// A listener that plays `air` and has nothing left to send.
+std::unique_ptr<Visitor> make_listener(OnAir& air) {
+    auto visitor = std::make_unique<Visitor>("GET " + air.mount->Address() + " HTTP/1.0\r\n\r\n");
+    visitor->Slice();
+    air.Deliver();
+    visitor->Slice();
+    return visitor;
+}
+
+TEST(ReceiverPool, BusyFromTheStartUntilTheFirstSliceHasRun) {
+    Visitor visitor;
+    EXPECT_EQ(visitor.receiver->Poll(CYCLE), ThreadPool::NOTHING);
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->Poll(CYCLE), ThreadPool::LOW);
+}
+
+TEST(ReceiverPool, APollThatAsksForASliceIsNotRepeatedBeforeIt) {
+    Visitor visitor;
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->Poll(CYCLE), ThreadPool::LOW);
+    EXPECT_EQ(visitor.receiver->Poll(CYCLE), ThreadPool::NOTHING);
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->Poll(CYCLE), ThreadPool::LOW);
+}
+
+TEST(ReceiverPool, NobodyIsServedBeforeTheListIsOpen) {
+    LoopbackPair pair;
+    const auto receiver = std::make_shared<Receiver>(pair.server);
+    pair.Send("GET /nothing HTTP/1.0\r\n\r\n");
+    receiver->Process();
+    EXPECT_EQ(receiver->Poll(CYCLE), ThreadPool::NOTHING);
+    EXPECT_EQ(pair.ReceiveWaiting(), "");
+
+    ReceiverList::Open();
+    EXPECT_EQ(receiver->Poll(CYCLE), ThreadPool::LOW);
+    receiver->Process();
+    EXPECT_TRUE(pair.Receive(12).starts_with("HTTP/1.0 404"));
+}
+
+TEST(ReceiverPool, AnIdleListenerIsDueInTheFourthCycle) {
+    OnAir air("/live");
+    air.Connect();
+    const auto listener = make_listener(air);
+    for (int cycle = 1; cycle <= 3; ++cycle)
+        EXPECT_EQ(listener->receiver->Poll(CYCLE), ThreadPool::NOTHING) << cycle;
+    EXPECT_EQ(listener->receiver->Poll(CYCLE), ThreadPool::LOW);
+}
+
+TEST(ReceiverPool, ALongCycleCountsWithItsWholeLength) {
+    OnAir air("/live");
+    air.Connect();
+    const auto listener = make_listener(air);
+    EXPECT_EQ(listener->receiver->Poll(199), ThreadPool::NOTHING);
+    EXPECT_EQ(listener->receiver->Poll(1), ThreadPool::LOW);
+}
+
+TEST(ReceiverPool, KickEndsTheWait) {
+    OnAir air("/live");
+    air.Connect();
+    const auto listener = make_listener(air);
+    listener->receiver->Kick();
+    EXPECT_EQ(listener->receiver->Poll(0), ThreadPool::LOW);
+    listener->Slice();
+    EXPECT_EQ(listener->receiver->Status(), 3);
+    EXPECT_EQ(air.mount->ReceiverSize(), 0U);
+}
+
+TEST(ReceiverPool, TheStopOfThePoolKicks) {
+    Visitor visitor;
+    visitor.receiver->SignalStop();
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->Status(), 3);
+}
+
+TEST(ReceiverPool, DetachedOnceFinishedAndGivesTheLockBack) {
+    Visitor visitor;
+    visitor.Slice();
+    EXPECT_FALSE(visitor.receiver->Detached());
+    visitor.receiver->Kick();
+    visitor.Slice();
+    EXPECT_TRUE(visitor.receiver->Detached());
+    EXPECT_TRUE(visitor.receiver->Detached());
+}
+
+TEST(ReceiverPool, AFinishedConnectionIsNotQueuedAgain) {
+    Visitor visitor;
+    visitor.receiver->Kick();
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->Poll(CYCLE), ThreadPool::NOTHING);
+}
+
+TEST(ReceiverPool, TimesAndTextsOfANewConnection) {
+    Clock::Hold(1000);
+    Visitor visitor;
+    Clock::Advance(7);
+    EXPECT_EQ(visitor.receiver->ConnectTime(), 1000);
+    EXPECT_EQ(visitor.receiver->GetConnectTime(), 7.0);
+    EXPECT_EQ(visitor.receiver->GetLastServiceTime(), 1000);
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->GetLastServiceTime(), 1007);
+    EXPECT_EQ(visitor.receiver->GetIP(), "127.0.0.1");
+    EXPECT_EQ(visitor.receiver->GetHostname(), "127.0.0.1");
+    EXPECT_EQ(visitor.receiver->GetInterfaceIP(), "127.0.0.1");
+    EXPECT_EQ(visitor.receiver->GetMount(), nullptr);
+    EXPECT_EQ(visitor.receiver->ActiveMount(), "");
+    EXPECT_EQ(visitor.receiver->GetUserAccount(), UserList::GetAnonymousUser());
+    EXPECT_EQ(visitor.receiver->LastError(), 0);
+    EXPECT_EQ(visitor.receiver->BytesSent(), 0U);
+    EXPECT_EQ(visitor.receiver->GetBitrate(false), 0U);
+}
+
+TEST(ReceiverPool, APeerThatHasGoneIsNoticedByTheNextSlice) {
+    LogLines log;
+    Visitor visitor;
+    visitor.pair.CloseClient();
+    comes_true([&] { return visitor.pair.server->CanRecv() != 0; });
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->Status(), 3);
+    EXPECT_EQ(log.All(),
+              std::vector<std::string>{
+                  "<127.0.0.1> Receiver disconnected during recv check with empty buffer"});
+}
+
+} // namespace
