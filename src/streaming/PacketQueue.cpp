@@ -14,14 +14,11 @@ void PacketQueue::Push(std::shared_ptr<BufferEntry> packet) {
 }
 
 std::shared_ptr<BufferEntry> PacketQueue::Pop() {
-    if (taken.empty()) take_arrived();
+    if (next == taken.size()) take_arrived();
     std::shared_ptr<BufferEntry> packet = std::move(taken[next++]);
     popped_count += 1;
     popped_bytes += packet->size;
-    if (next == taken.size()) {
-        empty(taken);
-        next = 0;
-    }
+    if (next == taken.size()) reset_taken();
     return packet;
 }
 
@@ -33,11 +30,14 @@ void PacketQueue::Clear() {
 void PacketQueue::take_arrived() {
     spin_guard guard(lock);
     taken.swap(arrived);
+    next = 0;
 }
 
-void PacketQueue::empty(Packets& packets) {
-    if (packets.capacity() > KEPT_CAPACITY)
-        Packets().swap(packets);
+// All of `taken` has been worked on.
+void PacketQueue::reset_taken() {
+    next = 0;
+    if (taken.capacity() > KEPT_CAPACITY)
+        Packets().swap(taken);
     else
-        packets.clear();
+        taken.clear();
 }

@@ -35,7 +35,7 @@ private:
     static constexpr std::size_t KEPT_CAPACITY = 32; // packets; a burst has hundreds
 
     void take_arrived() EXCLUDES(lock);
-    static void empty(Packets& packets);
+    void reset_taken();
 
     spinlock lock;
     Packets arrived GUARDED_BY(lock);

@@ -214,8 +214,8 @@ TEST_F(ReceiverRequest, ABareLineOnAKeptConnectionIsNoSourceOfTheMountAskedForBe
 
 TEST_F(ReceiverRequest, AnAnswerThatDoesNotLeaveAtOnceIsFinishedByLaterSlices) {
     Visitor visitor;
-    const std::uint64_t in_the_way = visitor.pair.FillTowardsClient();
     visitor.Say(ASK_11);
+    const std::uint64_t in_the_way = visitor.StopReading();
     visitor.Slice(3);
     EXPECT_EQ(visitor.receiver->Status(), 1) << "still answering";
     visitor.pair.Receive(in_the_way);
@@ -226,8 +226,8 @@ TEST_F(ReceiverRequest, AnAnswerThatDoesNotLeaveAtOnceIsFinishedByLaterSlices) {
 
 TEST_F(ReceiverRequest, AnAnswerThatNobodyTakesEndsTheConnectionAfterFifteenSeconds) {
     Visitor visitor;
-    visitor.pair.FillTowardsClient();
     visitor.Say(ASK_11);
+    visitor.StopReading();
     visitor.Slice();
     Clock::Advance(15);
     visitor.Slice();
@@ -239,9 +239,9 @@ TEST_F(ReceiverRequest, AnAnswerThatNobodyTakesEndsTheConnectionAfterFifteenSeco
 
 TEST_F(ReceiverRequest, APeerThatEndsItsSideBeforeItReadsStillGetsTheAnswer) {
     Visitor visitor;
-    const std::uint64_t in_the_way = visitor.pair.FillTowardsClient();
     visitor.Say(ASK_11);
     visitor.pair.EndSending();
+    const std::uint64_t in_the_way = visitor.StopReading();
     visitor.Slice(2);
     visitor.pair.Receive(in_the_way);
     visitor.Slice();

@@ -239,8 +239,9 @@ TEST_F(HttpSource, ItLeavesTheListAtOnce) {
 
 TEST_F(HttpSource, ItIsHandedOverOnlyWhenTheAnswerHasLeft) {
     Visitor visitor;
-    const std::uint64_t in_the_way = visitor.pair.FillTowardsClient();
-    visitor.Ask("SOURCE /live HTTP/1.0\r\n" + login + type + "\r\n");
+    visitor.Say("SOURCE /live HTTP/1.0\r\n" + login + type + "\r\n");
+    const std::uint64_t in_the_way = visitor.StopReading();
+    visitor.Slice();
     EXPECT_EQ(visitor.receiver->Status(), 1);
     EXPECT_EQ(air.mount->GetRequest(), nullptr);
     visitor.pair.Receive(in_the_way);

@@ -79,7 +79,7 @@ TEST_F(Streaming, AFullSocketLeavesPacketsQueuedAndComesBackWithTheNextCycle) {
     air.Connect();
     const auto listener = listen();
     air.Deliver();
-    listener->pair.FillTowardsClient();
+    listener->StopReading();
     for (int feed = 0; feed < 4; ++feed)
         air.FeedAndDeliver();
     listener->Slice();
@@ -378,21 +378,22 @@ TEST_F(Limits, AQueueOfMoreThanAMegabyteEndsTheListener) {
     air.Connect();
     const auto listener = listen();
     air.Deliver();
-    listener->pair.FillTowardsClient();
-    int feeds = 0;
-    for (; listener->receiver->Status() == 1 && feeds < 200; ++feeds) {
+    listener->StopReading();
+    const ReceiverProbe probe{*listener->receiver};
+    std::uint64_t before = 0;
+    for (int feed = 0; listener->receiver->Status() == 1 && feed < 200; ++feed) {
+        before = probe.QueuedPackets();
         air.FeedAndDeliver();
         listener->Slice();
     }
+    const std::uint64_t queued = probe.QueuedPackets();
+    EXPECT_LE(before * OnAir::PACKET, 1028096U);
+    EXPECT_GT(queued * OnAir::PACKET, 1028096U);
     EXPECT_EQ(listener->receiver->LastError(), 105);
-    // 41 packets are on their way, the others are queued.
-    const int queued = feeds * OnAir::PACKETS_PER_FEED - 41;
-    EXPECT_GT(queued * 500, 1028096);
-    EXPECT_LE((queued - OnAir::PACKETS_PER_FEED) * 500, 1028096);
     EXPECT_TRUE(log.Wait("<127.0.0.1> Receiver disconnected due to too large of a packet queue.  "
                          "Size: " +
-                         std::to_string(queued * 500) + " Count: " + std::to_string(queued) +
-                         " Last Send: 0"));
+                         std::to_string(queued * OnAir::PACKET) +
+                         " Count: " + std::to_string(queued) + " Last Send: 0"));
 }
 
 TEST_F(Limits, AListenerThatTakesNothingEndsAfterFifteenSeconds) {
@@ -400,7 +401,7 @@ TEST_F(Limits, AListenerThatTakesNothingEndsAfterFifteenSeconds) {
     air.Connect();
     const auto listener = listen();
     air.Deliver();
-    listener->pair.FillTowardsClient();
+    listener->StopReading();
     air.FeedAndDeliver();
     listener->Slice();
     after(15, *listener);

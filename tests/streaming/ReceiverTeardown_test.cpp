@@ -60,7 +60,7 @@ TEST_F(Teardown, OnAFullSocketItComesAgainUntilTheRestHasLeft) {
     const auto listener =
         listen("GET /live HTTP/1.1\r\nHost: a\r\nAccept-Encoding: chunked\r\n\r\n");
     listener->Hear();
-    const std::uint64_t in_the_way = listener->pair.FillTowardsClient();
+    const std::uint64_t in_the_way = listener->StopReading();
     listener->receiver->Kick();
     listener->Slice(3);
     EXPECT_EQ(listener->receiver->Status(), 2);
@@ -78,7 +78,7 @@ TEST_F(Teardown, OnASocketThatStaysFullItEndsAfterFifteenSeconds) {
     air.Connect();
     const auto listener =
         listen("GET /live HTTP/1.1\r\nHost: a\r\nAccept-Encoding: chunked\r\n\r\n");
-    listener->pair.FillTowardsClient();
+    listener->StopReading();
     listener->receiver->Kick();
     listener->Slice();
     Clock::Advance(16);
@@ -100,7 +100,7 @@ TEST_F(Teardown, PacketsThatNobodyWillHearAreLetGo) {
     air.Connect();
     const auto listener = listen(PLAIN);
     air.Deliver();
-    listener->pair.FillTowardsClient();
+    listener->StopReading();
     for (int feed = 0; feed < 4; ++feed)
         air.FeedAndDeliver();
     listener->Slice();

@@ -13,6 +13,7 @@
 #include "streaming/ReceiverList.h"
 #include "support/LoopbackPair.h"
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -72,12 +73,11 @@ public:
 
     // Sixteen more packets are cut; nobody has them yet.
     void Feed(char byte = 'a') {
-        const auto buffer = mount->GetPacketBuffer();
-        const std::uint64_t before = buffer->GetBufferCount();
+        const auto newest = last_packet();
         // The reader fills its whole buffer, and less than a packet is left behind in it.
         source->Send(std::string(first_feed ? 8192 : PACKETS_PER_FEED * PACKET, byte));
         first_feed = false;
-        comes_true([&] { return buffer->GetBufferCount() >= before + PACKETS_PER_FEED; });
+        comes_true([&] { return packets_behind(newest) == PACKETS_PER_FEED; });
     }
 
     // What was cut goes to the listeners' queues.
@@ -93,6 +93,16 @@ public:
     }
 
 private:
+    std::shared_ptr<BufferEntry> last_packet() const {
+        const auto packets = mount->GetPacketBuffer()->GetBufferSnapShot();
+        return packets.empty() ? nullptr : packets.back();
+    }
+    int packets_behind(const std::shared_ptr<BufferEntry>& packet) const {
+        const auto packets = mount->GetPacketBuffer()->GetBufferSnapShot();
+        const auto found = std::find(packets.rbegin(), packets.rend(), packet);
+        return static_cast<int>(found - packets.rbegin());
+    }
+
     std::unique_ptr<LoopbackPair> source;
     bool first_feed = true;
 };
@@ -130,6 +140,21 @@ public:
     std::string Hear() const {
         static const std::regex SESSION("__quill_sess=[^;]*");
         return std::regex_replace(pair.ReceiveWaiting(), SESSION, "__quill_sess=ID");
+    }
+    // Fills the way to the client, so that the server's next send takes nothing. The count. What
+    // the client has to say it says before: its packets would tell of new room.
+    std::uint64_t StopReading() const {
+        const int fixed = 65536; // or the kernel would go on making room
+        setsockopt(pair.client, SOL_SOCKET, SO_RCVBUF, &fixed, sizeof fixed);
+        setsockopt(pair.server_fd, SOL_SOCKET, SO_SNDBUF, &fixed, sizeof fixed);
+        std::uint64_t total = 0;
+        for (int quiet = 0; quiet < 3; ++quiet) {
+            const std::uint64_t more = pair.FillTowardsClient();
+            if (more > 0) quiet = 0;
+            total += more;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5)); // the kernel makes room
+        }
+        return total;
     }
     // Whether the server has closed, with nothing left to read.
     bool IsClosed() const {
