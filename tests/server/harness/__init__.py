@@ -3,8 +3,10 @@
 ports     a block of ports that nobody else on this machine uses
 server    Server: the program in a directory of its own; logs, exit status, sanitizer reports
 client    Connection: a raw socket with deadlines; heads, bodies and chunks (RFC 9112); fetch
+accounts  the text of a user file
 media     numbered MPEG and ADTS frames and Ogg pages
 icy       ICY metadata blocks, put into a stream and taken out of it
+flv       FlvReader: tags of the FLV container
 source    Source: an encoder on a thread; IcySource, HttpSource
 listener  Listener: a player; the audio and titles of what a mount sends
 

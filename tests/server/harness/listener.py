@@ -43,6 +43,14 @@ class Listener(Connection):
         del self._audio[:count]
         return data
 
+    def audio_from(self, marker, count, within=DEADLINE):
+        """`count` bytes of audio from the first place of `marker` on; what comes before it is dropped."""
+        while (at := self._audio.find(marker)) < 0:
+            if not self._piece(within):
+                raise EOFError(f"the stream ended without {marker[:40]!r}")
+        del self._audio[:at]
+        return self.audio(count, within)
+
     def audio_until(self, holds, within=DEADLINE):
         """Reads on until holds() is true, and gives the audio that came meanwhile."""
         while not holds():

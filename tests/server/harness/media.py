@@ -18,28 +18,42 @@ def numbers_in(data):
     return [int(text) for text in NUMBER.findall(data)]
 
 
+def join(stream):
+    """The bytes of a stream that ends."""
+    return b"".join(data for data, _ in stream)
+
+
 def _contents(number, length):
     text = b"<%010d>" % number
     return text + bytes([0x40 + number % 64]) * (length - len(text))
 
 
-# ISO 11172-3, MPEG-1 Layer III:
+# ISO 11172-3 and 13818-3, MPEG-1 and MPEG-2 Layer III:
 #   11 bits sync, 2 version, 2 layer, 1 no CRC | 4 bitrate, 2 sampling rate, 1 padding, 1 private | 2 mode, ...
 MP3_KBITS = [0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320]
 MP3_RATES = [44100, 48000, 32000]
 MP3_SAMPLES = 1152
-MP3_SIDE_INFO = 32  # stereo; all zero: silence, and what follows belongs to nobody
+MP3_SIDE_INFO = 32  # the longest; all zero: silence, and what follows belongs to nobody
+MPEG2_KBITS = [0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160]
+MPEG2_RATES = [22050, 24000, 16000]
+MPEG2_SAMPLES = 576
 
 
-def mp3_frame(number, kbits=128, rate=44100, padding=0):
-    header = bytes([0xFF, 0xFB, MP3_KBITS.index(kbits) << 4 | MP3_RATES.index(rate) << 2 | padding << 1, 0])
-    length = 144 * kbits * 1000 // rate + padding
+def mp3_frame(number, kbits=128, rate=44100, padding=0, mono=False):
+    """The sampling rate decides between MPEG-1 and MPEG-2."""
+    first = rate in MP3_RATES
+    sync = 0xFB if first else 0xF3
+    kbit_table, rate_table = (MP3_KBITS, MP3_RATES) if first else (MPEG2_KBITS, MPEG2_RATES)
+    index = kbit_table.index(kbits) << 4 | rate_table.index(rate) << 2 | padding << 1
+    length = (144 if first else 72) * kbits * 1000 // rate + padding
+    header = bytes([0xFF, sync, index, 0xC0 if mono else 0])
     return header + bytes(MP3_SIDE_INFO) + _contents(number, length - 4 - MP3_SIDE_INFO)
 
 
-def mp3_frames(count=None, first=0, kbits=128, rate=44100):
+def mp3_frames(count=None, first=0, kbits=128, rate=44100, mono=False):
+    samples = MP3_SAMPLES if rate in MP3_RATES else MPEG2_SAMPLES
     for number in _numbers(count, first):
-        yield mp3_frame(number, kbits, rate), MP3_SAMPLES / rate
+        yield mp3_frame(number, kbits, rate, mono=mono), samples / rate
 
 
 # ISO 13818-7 ADTS, 7 bytes without CRC:
@@ -49,13 +63,14 @@ ADTS_RATES = [96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 120
 ADTS_SAMPLES = 1024
 
 
-def adts_frame(number, length=372, rate=44100, channels=2):
-    fields = [(0xFFF, 12), (0, 1), (0, 2), (1, 1), (1, 2), (ADTS_RATES.index(rate), 4), (0, 1), (channels, 3), (0, 4),
-              (length, 13), (0x7FF, 11), (0, 2)]
+def adts_frame(number, length=372, rate=44100, channels=2, crc=False):
+    fields = [(0xFFF, 12), (0, 1), (0, 2), (0 if crc else 1, 1), (1, 2), (ADTS_RATES.index(rate), 4), (0, 1),
+              (channels, 3), (0, 4), (length, 13), (0x7FF, 11), (0, 2)]
     bits = 0
     for value, width in fields:
         bits = bits << width | value
-    return bits.to_bytes(7, "big") + _contents(number, length - 7)
+    header = bits.to_bytes(7, "big") + (b"\x12\x34" if crc else b"")
+    return header + _contents(number, length - len(header))
 
 
 def adts_frames(count=None, first=0, length=372, rate=44100):
@@ -81,9 +96,12 @@ def ogg_crc(data):
     return crc
 
 
-def ogg_page(packets, serial, sequence, granule=0, flags=0):
-    """A page of whole packets."""
+def ogg_page(packets, serial, sequence, granule=0, flags=0, unfinished=False):
+    """A page of whole packets, or with `unfinished` one whose last packet goes on in the next page."""
     lacing = b"".join(b"\xff" * (len(packet) // 255) + bytes([len(packet) % 255]) for packet in packets)
+    if unfinished:
+        assert lacing[-1] == 0, "a packet goes on behind full segments only"
+        lacing = lacing[:-1]
     assert len(lacing) <= 255, "too much for one page"
     def header(crc):
         return b"OggS" + struct.pack("<BBqIIIB", 0, flags, granule, serial, sequence, crc, len(lacing)) + lacing

@@ -115,6 +115,10 @@ class Server:
             return lines[count - 1] if len(lines) >= count else None
         return self.wait_until(found, within, f"no {text!r} in the event log")
 
+    def wait_source(self, count=1):
+        """Until a mount has taken a source for the `count`th time; gives the line of the event log."""
+        return self.wait_log("> Source Connected (A: ", count)
+
     def listener_log(self, name="quillwave-w3c.log"):
         """The records of the listener log, each a dictionary by the names of its "#Fields" line."""
         fields, records = [], []

@@ -7,14 +7,14 @@ from .client import Connection, basic, request_text
 
 
 class Source:
-    """The common part. `stream` yields (bytes, seconds), as the makers in `media` do.
+    """The common part. `stream` yields (bytes, seconds), as the makers in `media` do; without one push() sends.
 
     `pace` is how many times faster than it plays a stream is sent; None is as fast as it goes.
     start() logs in and sets the thread going; what was sent is in `sent` (with keep=True) and `sent_bytes`.
     As a context: starts, and stops at the end.
     """
 
-    def __init__(self, server, stream, *, port=None, pace=1.0, keep=False):
+    def __init__(self, server, stream=(), *, port=None, pace=1.0, keep=False):
         self.connection = Connection(port or server.port, server.host)
         self.stream = stream
         self.pace = pace
@@ -42,6 +42,10 @@ class Source:
         self.log_in()
         self._thread.start()
         return self
+
+    def push(self, data):
+        """Sends these bytes of the stream now; for sources without a stream of their own."""
+        self.connection.send(self.pack(data))
 
     def stop(self):
         """Stops sending and closes the connection."""
@@ -90,7 +94,7 @@ class Source:
 class IcySource(Source):
     """Logs in with the line "user:password", as SHOUTcast encoders do. With `metaint` it sends titles."""
 
-    def __init__(self, server, stream, *, user="source", password="hackme", content_type="audio/mpeg", metaint=None,
+    def __init__(self, server, stream=(), *, user="source", password="hackme", content_type="audio/mpeg", metaint=None,
                  headers=None, port=None, **options):
         super().__init__(server, stream, port=port or server.source_port, **options)
         self.login = f"{user}:{password}"
@@ -122,7 +126,7 @@ class HttpSource(Source):
     asks for "100-continue".
     """
 
-    def __init__(self, server, mount, stream, *, method="SOURCE", user="source", password="hackme",
+    def __init__(self, server, mount, stream=(), *, method="SOURCE", user="source", password="hackme",
                  content_type="audio/mpeg", headers=None, chunked=False, expect=None, version="HTTP/1.1", **options):
         super().__init__(server, stream, **options)
         self.mount, self.method, self.version = mount, method, version
