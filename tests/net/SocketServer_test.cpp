@@ -140,14 +140,6 @@ void listen_also_at(const char* address) {
     Config::GetRoot()->AddChild(setting);
 }
 
-// Starts and stops a listener. Sanitizers look at a type with the help of a descriptor when they
-// meet it first, so nothing must be met first where there are none to be had.
-void run_one_before() {
-    RecordingServer server;
-    server.AddPort(0);
-    server.StartAndBind();
-}
-
 bool has_ipv6() {
     const int fd = socket(AF_INET6, SOCK_STREAM, 0);
     sockaddr_in6 address{};
@@ -380,7 +372,6 @@ TEST(SocketServer, StormOfConnectionsIsAcceptedWhole) {
 TEST(SocketServer, DescriptorLimitIsLoggedOnceASecondAndPasses) {
     LogLines log;
     listen_at("127.0.0.1");
-    run_one_before();
     RecordingServer server;
     server.AddPort(0);
     ASSERT_TRUE(server.StartAndBind());
@@ -404,7 +395,6 @@ TEST(SocketServer, DescriptorLimitIsLoggedOnceASecondAndPasses) {
 TEST(SocketServer, StopEndsThePauseAtTheDescriptorLimitAtOnce) {
     LogLines log;
     listen_at("127.0.0.1");
-    run_one_before();
     RecordingServer server;
     server.AddPort(0);
     ASSERT_TRUE(server.StartAndBind());
@@ -423,7 +413,6 @@ TEST(SocketServer, StopEndsThePauseAtTheDescriptorLimitAtOnce) {
 TEST(SocketServer, FailedWaitEndsTheThreadWithoutAGoodbye) {
     LogLines log;
     listen_at("127.0.0.1");
-    run_one_before();
     RecordingServer server;
     server.AddPort(0);
     const DescriptorLimit limit;
