@@ -42,8 +42,8 @@ std::string padded(std::string message) {
 }
 
 // What step `step` mixes in: the round's function of three words, and a word of the block.
-std::pair<std::uint32_t, unsigned> mix(unsigned step, std::uint32_t b, std::uint32_t c,
-                                       std::uint32_t d) {
+std::pair<std::uint32_t, std::size_t> mix(unsigned step, std::uint32_t b, std::uint32_t c,
+                                          std::uint32_t d) {
     switch (step / 16) {
     case 0:
         return {(b & c) | (~b & d), step};
@@ -62,7 +62,8 @@ void MD5::MD5Transform(State& state, const unsigned char* block) {
     auto [a, b, c, d] = state;
     for (unsigned step = 0; step < 64; ++step) {
         const auto [mixed, word] = mix(step, b, c, d);
-        const std::uint32_t sum = a + mixed + SINES[step] + little_endian(block + 4 * word);
+        const std::uint32_t sum =
+            a + mixed + SINES[step] + little_endian(block + std::size_t{4} * word);
         a = d;
         d = c;
         c = b;

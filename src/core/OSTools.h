@@ -49,8 +49,8 @@ std::string latin1_to_utf8(std::string text, bool check);
 std::string utf8_substr(const std::string& text, unsigned int start, unsigned int length);
 // A text of `size` or more bytes (welips: characters) is cut to its first `size`, trimmed, and
 // followed by "...".
-std::string elips(std::string text, unsigned long size);
-std::string welips(std::string text, unsigned int size);
+std::string elips(const std::string& text, unsigned long size);
+std::string welips(const std::string& text, unsigned int size);
 // Text for HTML and XML markup: the five characters that mean something there become entities.
 std::string html_encode(const std::string& text);
 // An address with a scheme stands as it is, any other gets "http://" in front.

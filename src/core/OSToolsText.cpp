@@ -184,12 +184,12 @@ std::string utf8_substr(const std::string& text, unsigned int start, unsigned in
 }
 
 // Kept: a text of exactly `size` is cut too and comes out longer. Pages are laid out for it.
-std::string elips(std::string text, unsigned long size) {
+std::string elips(const std::string& text, unsigned long size) {
     if (text.size() < size) return text;
     return shortened(text.substr(0, size));
 }
 
-std::string welips(std::string text, unsigned int size) {
+std::string welips(const std::string& text, unsigned int size) {
     const bool reaches_size = size == 0 || !utf8_substr(text, size - 1, 1).empty();
     return reaches_size ? shortened(utf8_substr(text, 0, size)) : text;
 }
