@@ -16,7 +16,7 @@ constexpr unsigned short LONGEST_HISTORY = 50;
 constexpr std::uint64_t KILO = 1000;
 } // namespace
 
-Mount::Mount(std::string mount_address, int mount_id, std::shared_ptr<ConfigNode> node)
+Mount::Mount(std::string mount_address, int mount_id, const std::shared_ptr<ConfigNode>& node)
     : id(mount_id == -1 ? MountList::GetNextFreeID() : mount_id), address(std::move(mount_address)),
       default_node(Config::Get("Default", true)), last_snap(now()) {
     SetConfigNode(node != nullptr ? node : std::make_shared<ConfigNode>());

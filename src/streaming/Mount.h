@@ -60,7 +60,7 @@ public:
     // Reads the settings from `node`, the mount's section, and from "Default", and listens on both.
     // An id of -1 takes the next free one; without a node the mount gets an empty section, which
     // MountList::Add puts into the tree. Nothing runs before Start.
-    Mount(std::string address, int id, std::shared_ptr<ConfigNode> node);
+    Mount(std::string address, int id, const std::shared_ptr<ConfigNode>& node);
     ~Mount();
     Mount(const Mount&) = delete;
     Mount& operator=(const Mount&) = delete;
