@@ -327,7 +327,8 @@ bool ConfigNode::tell(const std::shared_ptr<ConfigNode>& node, const std::string
     return above && above->tell(node, old_value);
 }
 
-void ConfigNode::TriggerListeners(std::shared_ptr<ConfigNode> node, const std::string& old_value) {
+void ConfigNode::TriggerListeners(const std::shared_ptr<ConfigNode>& node,
+                                  const std::string& old_value) {
     if (tell(node, old_value)) return;
     if (node.get() != this || !is_deleted()) return;
     if (const auto above = parent_or_null()) above->prune_child(node);

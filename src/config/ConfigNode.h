@@ -90,7 +90,7 @@ public:
     // with a lock held that the listener takes.
     void RemoveListener(const ConfigNodeListener* listener) EXCLUDES(lock);
     // Tells the listeners of this node and of everything above that node changed.
-    void TriggerListeners(std::shared_ptr<ConfigNode> node, const std::string& old_value)
+    void TriggerListeners(const std::shared_ptr<ConfigNode>& node, const std::string& old_value)
         EXCLUDES(lock);
 
 private:

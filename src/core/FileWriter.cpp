@@ -48,7 +48,7 @@ std::string behind_links(std::string path) {
         const ssize_t length = readlink(path.c_str(), target.data(), target.size());
         if (length < 0) return path;
         const std::string link = target.substr(0, static_cast<std::size_t>(length));
-        path = link.starts_with('/') ? link : folder_of(path) + link;
+        path = link.starts_with('/') ? link : folder_of(path).append(link);
     }
     errno = ELOOP;
     return {};
