@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-// The input is a settings file that may include "other", whose text follows the first NUL; nothing on
-// the disk is touched. It is loaded, saved, and loaded again as a reload.
+// The input is a settings file that may include "other", whose text follows the first NUL; nothing
+// on the disk is touched. It is loaded, saved, and loaded again as a reload.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(data, data + size);
     const auto cut = std::min(text.find('\0'), text.size());
