@@ -3,6 +3,7 @@
 ports     a block of ports that nobody else on this machine uses
 server    Server: the program in a directory of its own; logs, exit status, sanitizer reports
 client    Connection: a raw socket with deadlines; heads, bodies and chunks (RFC 9112); fetch
+answers   the heads of answers, byte for byte
 accounts  the text of a user file
 media     numbered MPEG and ADTS frames and Ogg pages
 icy       ICY metadata blocks, put into a stream and taken out of it
