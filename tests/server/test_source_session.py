@@ -221,7 +221,7 @@ def test_source_of_another_type_starts_anew_and_old_listeners_hear_no_more(start
         with Listener(server, "/live") as new:
             assert new.head["content-type"] == "audio/aac"
             assert new.audio(15000) == stream[:15000]
-        assert b"\xff\xf1" not in old.receive_for(1)
+        assert b"\xff\xf1" not in old.audio_for(1)
 
 
 PLAIN = {"method": "SOURCE"}
@@ -366,3 +366,11 @@ def test_mount_without_a_source_refuses_listeners_in_their_dialect(start_server)
     with Connection(server.port) as connection:
         connection.send("GET /live HTTP/1.0\r\nIcy-MetaData: 1\r\n\r\n")
         assert connection.receive_all().startswith(b"ICY 401 No Source\r\n")
+
+
+def test_mount_is_also_found_by_its_number(start_server):
+    server = start_server([*mount("/one", 1), *mount("/two", 2)])
+    with HttpSource(server, "/stream/2") as source:
+        server.wait_source()
+        with Listener(server, "/two") as listener:
+            push_until_heard(source, listener, 0)

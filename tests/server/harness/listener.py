@@ -1,4 +1,6 @@
 """Players."""
+import time
+
 from . import icy
 from .client import DEADLINE, Connection, request_text
 
@@ -45,11 +47,28 @@ class Listener(Connection):
 
     def audio_from(self, marker, count, within=DEADLINE):
         """`count` bytes of audio from the first place of `marker` on; what comes before it is dropped."""
+        del self._audio[:self._find(marker, within)]
+        return self.audio(count, within)
+
+    def audio_through(self, marker, within=DEADLINE):
+        """All audio up to and with `marker`."""
+        return self.audio(self._find(marker, within) + len(marker))
+
+    def audio_for(self, seconds):
+        """The audio that comes in this time."""
+        deadline = time.monotonic() + seconds
+        try:
+            while self._piece(deadline - time.monotonic()):
+                pass
+        except TimeoutError:
+            pass
+        return self.audio(len(self._audio))
+
+    def _find(self, marker, within):
         while (at := self._audio.find(marker)) < 0:
             if not self._piece(within):
                 raise EOFError(f"the stream ended without {marker[:40]!r}")
-        del self._audio[:at]
-        return self.audio(count, within)
+        return at
 
     def audio_until(self, holds, within=DEADLINE):
         """Reads on until holds() is true, and gives the audio that came meanwhile."""

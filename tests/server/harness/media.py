@@ -23,8 +23,13 @@ def join(stream):
     return b"".join(data for data, _ in stream)
 
 
+def number_text(number):
+    """How a frame or page shows its number."""
+    return b"<%010d>" % number
+
+
 def _contents(number, length):
-    text = b"<%010d>" % number
+    text = number_text(number)
     return text + bytes([0x40 + number % 64]) * (length - len(text))
 
 

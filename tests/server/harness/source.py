@@ -115,6 +115,13 @@ class IcySource(Source):
         """The title goes out with the next metadata block."""
         self._mixer.announce(title, url)
 
+    def set_words(self, words):
+        """The next metadata block is made of these words: bytes as they stand, a text is a title."""
+        if isinstance(words, bytes):
+            self._mixer.announce(raw=words)
+        else:
+            self._mixer.announce(words)
+
     def pack(self, data):
         return self._mixer.mix(data) if self._mixer else data
 
