@@ -73,7 +73,7 @@ def test_200_over_http_1_1_announces_chunks_and_ends_them_at_once(start_server):
     with HttpSource(server, "/live", version="HTTP/1.1") as source:
         assert source.answer.first_line == "HTTP/1.1 200 OK"
         assert source.answer["Transfer-Encoding"] == "chunked"
-        assert source.connection.receive(3) == b"0\r\n"
+        assert source.last_chunk == b"0\r\n"
 
 
 # ---- who may ---------------------------------------------------------------------------------------------------------

@@ -369,8 +369,8 @@ def test_mount_without_a_source_refuses_listeners_in_their_dialect(start_server)
 
 
 def test_mount_is_also_found_by_its_number(start_server):
-    server = start_server([*mount("/one", 1), *mount("/two", 2)])
-    with HttpSource(server, "/stream/2") as source:
+    server = start_server([*mount("/one", 1), *mount("/two", 2, User="two")])
+    with HttpSource(server, "/stream/2", user="two") as source:
         server.wait_source()
         with Listener(server, "/two") as listener:
             push_until_heard(source, listener, 0)

@@ -129,8 +129,8 @@ class IcySource(Source):
 class HttpSource(Source):
     """Sends with SOURCE or PUT to a mount. `chunked` frames the body (RFC 9112), one chunk per piece of the stream.
 
-    `answer` is the head of the server's answer to the login. With expect=True, the default for PUT, the request
-    asks for "100-continue".
+    `answer` is the head of the server's answer to the login, `last_chunk` what ends the body that it may announce.
+    With expect=True, the default for PUT, the request asks for "100-continue".
     """
 
     def __init__(self, server, mount, stream=(), *, method="SOURCE", user="source", password="hackme",
@@ -138,7 +138,7 @@ class HttpSource(Source):
         super().__init__(server, stream, **options)
         self.mount, self.method, self.version = mount, method, version
         self.chunked = chunked
-        self.answer = None
+        self.answer = self.last_chunk = None
         self.headers = {"Authorization": basic(user, password), "Content-Type": content_type, **(headers or {})}
         if chunked:
             self.headers["Transfer-Encoding"] = "chunked"
@@ -150,6 +150,8 @@ class HttpSource(Source):
         self.answer = self.connection.receive_head()
         if self.answer.status not in (100, 200):
             raise PermissionError(self.answer.first_line)
+        if "Transfer-Encoding" in self.answer:
+            self.last_chunk = self.connection.receive(3)  # unread bytes would make a close a reset
 
     def pack(self, data):
         return b"%x\r\n%s\r\n" % (len(data), data) if self.chunked else data
