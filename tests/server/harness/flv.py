@@ -1,4 +1,4 @@
-"""Takes a stream in Adobe's FLV container apart (Video File Format Specification 10.1, annex E).
+"""Takes a stream in the FLV container apart (Adobe, Video File Format 10.1, annex E).
 
     header  "FLV", 1 byte version, 1 flags, 4 length of the header | 4 bytes 0
     tag     1 byte type, 3 length of the data, 3 time, 1 high byte of the time, 3 stream 0 | data | 4 length before it
