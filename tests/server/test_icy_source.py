@@ -94,6 +94,7 @@ def test_two_words_in_the_login_line_are_no_login(start_server):
 
 def test_mount_with_an_address_of_its_own_takes_its_source_there_only(start_server):
     server = start_server([("ServIP", ["127.0.0.1", "127.0.0.2"]), *mount("/live", IP="127.0.0.2")])
+    server.wait_log("Server Bound 4 sockets")
     assert_refused(server, "source:hackme\r\n", host="127.0.0.1")
     server.wait_log("<127.0.0.1> ICY Source user source connected to wrong IP")
     assert_accepted(server, "source:hackme\r\n", host="127.0.0.2")

@@ -57,6 +57,7 @@ class Server:
         self._environment = environment or {}
         self.process = None
         self.returncode = None
+        self._awaited = [self.port]  # bound one after the other
         if config is not False:
             self.write("quillwave.conf", self._settings_text(settings) if config is None else config)
         if users is not None:
@@ -76,6 +77,8 @@ class Server:
         pairs = list(settings.items() if isinstance(settings, dict) else settings)
         for key, _ in pairs:
             defaults.pop(key, None)
+        if "SCSourcePort" in defaults:
+            self._awaited.append(self.source_port)
         lines = []
         for key, value in [*defaults.items(), *pairs]:
             for one in value if isinstance(value, list) else [value]:
@@ -173,7 +176,8 @@ class Server:
 
     def wait_accepting(self, port=None):
         """Until somebody listens at the port. No connection is made, so that the logs hold the test's own only."""
-        self.wait_until(lambda: is_listening(port or self.port), complaint="nobody listens")
+        awaited = [port] if port else self._awaited
+        self.wait_until(lambda: all(map(is_listening, awaited)), complaint="nobody listens")
 
     def alive(self):
         if self.process is not None and self.returncode is None:
