@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
+#include <limits>
 
 namespace {
 // Offered by configuration pages, in this order.
@@ -147,7 +148,8 @@ const Mount::SettingKey Mount::SETTING_KEYS[] = {
     {"PublicRelays", [](Mount& m, const SettingValue& v) { m.public_relays = v.Flag(true); }},
     {"ShowLastSongs",
      [](Mount& m, const SettingValue& v) {
-         m.SetSongHistoryLength(static_cast<unsigned short>(v.Number(20)));
+         const int most = std::numeric_limits<unsigned short>::max();
+         m.SetSongHistoryLength(static_cast<unsigned short>(std::min(v.Number(20), most)));
      }},
     {"UserMax", [](Mount& m, const SettingValue& v) { m.SetMaxReceivers(v.Number(-1)); }},
 };
@@ -197,18 +199,21 @@ void Mount::read_settings() {
     make_source_account();
 }
 
-// The account that the mount's own section names comes into being with rights on this mount. One
-// that exists already keeps what it has.
+// The account that the mount's own section names comes into being with rights on this mount. A
+// manager of that name and password gets this mount as well, so that sections may share one; any
+// other account keeps what it has.
 void Mount::make_source_account() {
     const std::string user = GetConfigNode()->GetChild("User", false)->GetValue("");
     const std::string pass = GetConfigNode()->GetChild("Pass", false)->GetValue("");
     if (user.empty() || pass.empty()) return;
     const auto nobody = UserList::GetAnonymousUser();
-    if (UserList::Get(user, pass) != nobody) return;
-    const std::shared_ptr<User> account = UserList::Add(user, pass);
-    if (account == nobody) return;
-    account->SetGroup(User::MOUNT_MANAGER);
-    account->AddProperty(id, "*", User::ALL);
+    std::shared_ptr<User> account = UserList::Get(user, pass);
+    if (account == nobody) {
+        account = UserList::Add(user, pass);
+        if (account == nobody) return;
+        account->SetGroup(User::MOUNT_MANAGER);
+    }
+    if (account->GetGroup() == User::MOUNT_MANAGER) account->AddProperty(id, "*", User::ALL);
 }
 
 void Mount::set_default(bool is_default) {

@@ -165,6 +165,9 @@ TEST(MountSettings, MetaIntervalIsAtLeast1024) {
 
 TEST(MountSettings, SongHistoryIsHeldAt50) {
     EXPECT_EQ(mount_with({{"ShowLastSongs", "100"}})->SongHistoryLength(), 50);
+    const auto mount =
+        std::make_shared<Mount>("/b", 2, AddSection("2", {{"ShowLastSongs", "65536"}}));
+    EXPECT_EQ(mount->SongHistoryLength(), 50);
 }
 
 TEST(MountSettings, PublicWithACapitalLetterIsLeftToTheSource) {
@@ -254,6 +257,23 @@ TEST(MountSettings, UserAndPassMakeAnAccountOfTheMount) {
     ASSERT_NE(account, UserList::GetAnonymousUser());
     EXPECT_EQ(account->GetGroup(), User::MOUNT_MANAGER);
     EXPECT_EQ(account->GetAllProperties(1, true), (User::Properties{{1, {{"*", User::ALL}}}}));
+}
+
+TEST(MountSettings, MountsThatShareUserAndPassShareTheAccount) {
+    const Settings login = {{"User", "dj"}, {"Pass", "secret"}};
+    mount_with(login);
+    std::make_shared<Mount>("/b", 2, AddSection("2", login));
+    const auto account = UserList::Get("dj", "secret");
+    EXPECT_TRUE(account->IsMountSourceUser(1));
+    EXPECT_TRUE(account->IsMountSourceUser(2));
+}
+
+TEST(MountSettings, AnAccountOfAnotherGroupGetsNoMountBySharingItsLogin) {
+    const auto listener = UserList::Add("dj", "secret");
+    listener->SetGroup(User::LISTENER);
+    mount_with({{"User", "dj"}, {"Pass", "secret"}});
+    EXPECT_EQ(listener->GetGroup(), User::LISTENER);
+    EXPECT_TRUE(listener->GetAllProperties(-1, false).empty());
 }
 
 TEST(MountSettings, UserWithoutPassMakesNoAccount) {
