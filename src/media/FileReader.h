@@ -5,7 +5,7 @@
 #include <fstream>
 #include <string>
 
-// The bytes of a local file, as they are.
+// The bytes of a regular local file, as they are.
 class FileReader : public MediaReader {
 public:
     explicit FileReader(const std::string& path);

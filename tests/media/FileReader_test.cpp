@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -52,6 +53,18 @@ TEST(FileReader, AFileThatIsNotThereFails) {
     FileReader reader("/no/such/file");
     char buffer[4] = {};
     EXPECT_EQ(reader.Read(buffer, 0, 4), IO_FAILED);
+}
+
+TEST(FileReader, WhatIsNoRegularFileFails) {
+    const std::filesystem::path pipe =
+        std::filesystem::temp_directory_path() / ("quillwave_pipe_" + std::to_string(getpid()));
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& path : {std::string("/dev/zero"), std::string("/"), pipe.string()}) {
+        FileReader reader(path);
+        char buffer[4] = {};
+        EXPECT_EQ(reader.Read(buffer, 0, 4), IO_FAILED) << path;
+    }
+    std::filesystem::remove(pipe);
 }
 
 TEST(FileReader, AnEmptyFileEndsAtOnce) {
