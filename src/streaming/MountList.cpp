@@ -34,13 +34,15 @@ bool insert(const std::shared_ptr<Mount>& mount) {
     return true;
 }
 
-void erase(const std::shared_ptr<Mount>& mount) {
+// False when the mount is not listed.
+bool erase(const std::shared_ptr<Mount>& mount) {
     spin_guard guard(mount_list_lock);
     auto changed = std::make_shared<MountList::Map>(*mount_list.load());
     const auto place = changed->find(mount->Address());
-    if (place == changed->end() || place->second != mount) return;
+    if (place == changed->end() || place->second != mount) return false;
     changed->erase(place);
     mount_list.store(std::move(changed));
+    return true;
 }
 
 // A mount made while the server runs gets a section in the settings, so that it is saved with
@@ -113,7 +115,8 @@ void MountList::Add(const std::shared_ptr<Mount>& mount) {
 }
 
 void MountList::Remove(const std::shared_ptr<Mount>& mount) {
-    erase(mount);
+    // Whoever removes it a second time finds its section and its id with a mount that came later.
+    if (!erase(mount)) return;
     mount->WaitForStop();
     mount->DeleteConfigNode();
     UserList::MountRemoved(mount->GetID());

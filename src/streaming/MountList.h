@@ -32,7 +32,7 @@ public:
     // One with an address that is taken is logged and left out.
     static void Add(const std::shared_ptr<Mount>& mount);
     // Takes the mount out, waits until its thread has ended, and forgets its settings and the
-    // rights on it. Not from the mount's own thread.
+    // rights on it. Nothing for a mount that is not listed. Not from the mount's own thread.
     static void Remove(const std::shared_ptr<Mount>& mount);
 
     // Null when there is none.

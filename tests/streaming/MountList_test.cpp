@@ -178,6 +178,19 @@ TEST_F(MountListTest, RemovingADiscardedMountLeavesTheListedOneAlone) {
     EXPECT_TRUE(listed->IsRunning());
 }
 
+TEST_F(MountListTest, RemovingTwiceLeavesTheNextMountOfThatIdAlone) {
+    const auto old = add("/old", 1, {{"Mount", "/old"}});
+    MountList::Remove(old);
+    const auto next = std::make_shared<Mount>("/new", -1, std::make_shared<ConfigNode>());
+    MountList::Add(next);
+    const auto manager = UserList::Add("joe", "secret");
+    manager->AddProperty(1, "*", User::ALL);
+    MountList::Remove(old);
+    EXPECT_EQ(MountList::GetMount(1), next);
+    EXPECT_EQ(Sections()->GetChild("1", false)->GetChild("Mount", false)->GetValue(""), "/new");
+    EXPECT_FALSE(manager->GetAllProperties(1, true).empty());
+}
+
 TEST_F(MountListTest, ADeletedMountIsFreed) {
     std::weak_ptr<Mount> gone;
     {
