@@ -7,8 +7,11 @@
 //
 //   user form:
 //     username               text
-//     password               only where there is one; encryption="None" salt="..." (where there is
-//     one) usergroup              one of USER_GROUP_STRINGS properties
+//     password               only where there is one: text
+//       encryption="None"    one of ENCRYPTION_TYPE_STRINGS
+//       salt="..."           only where there is one
+//     usergroup              one of USER_GROUP_STRINGS
+//     properties             always there
 //       property mount="-1"  one for each mount id of the table
 //         filter type="IP"   text; one of REQUEST_PROPERTY_STRINGS
 #include "accounts/User.h"
