@@ -1,6 +1,10 @@
 """Fixtures of all tests that run the whole program. See harness/__init__.py."""
+import os
+
 import pytest
 
+from harness.programs import Program
+from harness.recordings import make_recordings
 from harness.server import Server
 
 
@@ -37,6 +41,31 @@ def start_server(tmp_path, request):
         server.close()
     if faults:
         pytest.fail("; ".join(faults))
+
+
+@pytest.fixture
+def start_program(tmp_path, request):
+    """start_program(word, ...): starts a program of others (harness.programs.Program), killed at the test's end."""
+    programs = []
+
+    def start(*words, **options):
+        programs.append(Program(tmp_path / "programs", *words, **options))
+        return programs[-1]
+
+    yield start
+
+    for program in programs:
+        program.kill()
+        if getattr(request.node, "failed", False):
+            print(f"---- {program.name} ----\n{program.said()[-4000:]}")
+
+
+@pytest.fixture(scope="session")
+def recordings(tmp_path_factory):
+    """Encoded streams of all kinds (harness.recordings.Recording) by name, shared by the workers of this run."""
+    base = tmp_path_factory.getbasetemp()
+    run = base.parent if "PYTEST_XDIST_WORKER" in os.environ else base
+    return make_recordings(run / "recordings")
 
 
 @pytest.hookimpl(tryfirst=True, hookwrapper=True)

@@ -1,9 +1,11 @@
 """The harness itself: a stream goes in at one end and comes out at the other."""
 import itertools
+import random
 
 import pytest
 
 from harness import icy, media
+from harness.compare import assert_heard
 from harness.client import fetch
 from harness.listener import Listener
 from harness.server import ADMIN, Server, mount
@@ -28,6 +30,29 @@ def test_ogg_pages_have_the_checksum_of_the_format():
     assert page[:4] == b"OggS" and page[26:30] == b"\x03\xff\x00\x01"
     without = page[:22] + bytes(4) + page[26:]
     assert int.from_bytes(page[22:26], "little") == media.ogg_crc(without)
+
+
+SENT = random.Random(1).randbytes(100000)
+
+
+def test_a_piece_of_what_was_sent_is_heard_whole():
+    found = assert_heard(SENT[7000:90000], SENT, least=83000)
+    assert [(stretch.at, stretch.place, stretch.length) for stretch in found] == [(0, 7000, 83000)]
+
+
+def test_a_piece_that_comes_twice_is_no_loss():
+    assert len(assert_heard(SENT[:50000] + SENT[45000:90000], SENT, least=95000)) == 2
+
+
+@pytest.mark.parametrize("heard, complaint", [
+    (SENT[:20000] + SENT[20001:90000], "something is missing"),
+    (SENT[:20000] + b"\0\0" + SENT[20002:90000], "too little fits"),
+    (SENT[:20000], "too little fits"),
+    (SENT[:60000] + bytes(3000), "too much fits nowhere"),
+], ids=["a byte left out", "bytes changed", "too short", "something else behind it"])
+def test_what_is_not_as_it_was_sent_is_found(heard, complaint):
+    with pytest.raises(AssertionError, match=complaint):
+        assert_heard(heard, SENT, least=50000)
 
 
 @pytest.mark.parametrize("method", ["SOURCE", "PUT"])

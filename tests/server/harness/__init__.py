@@ -10,6 +10,9 @@ icy       ICY metadata blocks, put into a stream and taken out of it
 flv       FlvReader: tags of the FLV container
 source    Source: an encoder on a thread; IcySource, HttpSource
 listener  Listener: a player; the audio and titles of what a mount sends
+programs  Program: an encoder or a player of others, such as ffmpeg
+recordings  streams encoded by ffmpeg, of every kind
+compare   finds what was heard in what was sent
 
 A test asks for the fixture `start_server` (conftest.py), which stops what it started and fails the test when
 the server crashed, left a sanitizer report, or did not end with 0.
