@@ -62,13 +62,16 @@ void ICYWriter::send_chunk_comment(unsigned long chunk_size) {
     metadata = nullptr;
 }
 
-// Returns the bytes of the block, 0 when it could not be buffered.
+// Returns the bytes of the block that could be buffered. The length byte goes by itself: in a
+// chunked body it is a chunk of its own.
 unsigned long ICYWriter::send_meta_data() {
     if (!has_words()) return response->Buffer(empty_block(), 0, 1) == 0 ? 0 : 1;
-    const std::string block = icy_block::encode(block_words());
-    if (response->Buffer(block) == 0) return 0;
+    const std::string words = block_words();
+    if (response->Buffer(std::string(1, icy_block::length_byte(words))) == 0) return 0;
+    const std::string rest = icy_block::rest(words);
+    if (response->Buffer(rest) == 0) return 1;
     metadata = nullptr;
-    return block.size();
+    return 1 + rest.size();
 }
 
 std::string ICYWriter::block_words() const {

@@ -8,6 +8,8 @@
 namespace icy_block {
 namespace {
 constexpr std::size_t SIZE_MASK = 0xffff0;
+
+std::size_t units(const std::string& words) { return words.size() / UNIT + 1; }
 } // namespace
 
 std::string words(const std::string& title, const std::string& url) {
@@ -16,13 +18,12 @@ std::string words(const std::string& title, const std::string& url) {
 
 // Kept: no limit. From 4080 bytes of words on the length byte wraps while the whole block is sent;
 // no source can send that many.
-std::string encode(const std::string& words) {
-    const std::size_t units = words.size() / UNIT + 1;
-    const std::size_t size = units * UNIT & SIZE_MASK;
-    std::string block(1, static_cast<char>(units));
-    block.append(words, 0, size);
-    block.resize(1 + size, '\0');
-    return block;
+char length_byte(const std::string& words) { return static_cast<char>(units(words)); }
+
+std::string rest(const std::string& words) {
+    std::string bytes = words;
+    bytes.resize(units(words) * UNIT & SIZE_MASK, '\0');
+    return bytes;
 }
 } // namespace icy_block
 

@@ -14,8 +14,9 @@ constexpr std::size_t UNIT = 16;
 // The words of a block; the values stand in them as they are.
 std::string words(const std::string& title, const std::string& url);
 
-// The whole block, length byte included.
-std::string encode(const std::string& words);
+// The two pieces that a block is sent in.
+char length_byte(const std::string& words);
+std::string rest(const std::string& words);
 } // namespace icy_block
 
 // The same words as an extension of a chunk's size line (RFC 9112, section 7.1.1), values encoded

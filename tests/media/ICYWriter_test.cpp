@@ -22,7 +22,8 @@ std::shared_ptr<METADATA> record(const std::string& title, const std::string& ur
 }
 
 std::string block(const std::string& title, const std::string& url = "") {
-    return icy_block::encode(icy_block::words(title, url));
+    const std::string words = icy_block::words(title, url);
+    return icy_block::length_byte(words) + icy_block::rest(words);
 }
 
 // `count` bytes that differ, so that a lost or doubled one shows.
@@ -249,9 +250,16 @@ TEST(ICYWriter, ChunkedListenerWithAnIntervalGetsBlocksAndNoComments) {
     listener.pipe.BeginChunks();
     listener.writer.SetMetadata(record("t"));
     EXPECT_EQ(listener.Write("abcd"), 4 + block("t").size());
-    const std::string sent = listener.pipe.Sent();
-    EXPECT_EQ(sent.find("; Stream"), std::string::npos);
-    EXPECT_TRUE(sent.starts_with("4\r\nabcd\r\n"));
+    EXPECT_EQ(listener.pipe.Sent(),
+              "4\r\nabcd\r\n1\r\n\x02\r\n20\r\n" + block("t").substr(1) + "\r\n")
+        << "the length byte and the rest are a chunk each";
+}
+
+TEST(ICYWriter, EmptyBlockIsAChunkOfOneByte) {
+    IcyListener listener(4);
+    listener.pipe.BeginChunks();
+    EXPECT_EQ(listener.Write("abcd"), 5U);
+    EXPECT_EQ(listener.pipe.Sent(), "4\r\nabcd\r\n1\r\n\0\r\n"s);
 }
 
 TEST(ICYWriter, CommentsAreReadBackByARelay) {
