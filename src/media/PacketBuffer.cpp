@@ -13,7 +13,7 @@ constexpr double STALL_SECONDS = 60;
 
 PacketBuffer::PacketBuffer(std::shared_ptr<MediaReader> source, std::uint64_t limit)
     : read_buffer(READ_BUFFER_LENGTH), reader(std::move(source)), last_read_time(now()),
-      size_limit(limit) {}
+      size_limit(limit), listeners(std::make_shared<ListenerList>()) {}
 
 void PacketBuffer::Start() {
     last_read_time = now();

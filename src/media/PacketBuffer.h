@@ -6,6 +6,7 @@
 #include "core/spinlock.h"
 #include "media/BufferEntry.h"
 #include "media/InputBuffer.h"
+#include "media/ListenerList.h"
 #include "media/Metadata.h"
 #include "media/PacketBufferListener.h"
 
@@ -101,8 +102,8 @@ protected:
     std::shared_ptr<MediaReader> reader;
 
 private:
-    enum class ListenerType : std::uint8_t { ADD = 0, REMOVE = 1 };
-    using ListenerChange = std::pair<ListenerPointer, ListenerType>;
+    using ListenerType = ListenerList::Change;
+    using ListenerChange = ListenerList::Changes::value_type;
     using Entries = std::deque<EntryPointer>;
 
     int read_more();
@@ -111,17 +112,18 @@ private:
 
     // What is retained (PacketBufferEntries.cpp).
     void attach_metadata(BufferEntry& entry);
-    std::uint64_t make_room(std::uint64_t size) REQUIRES(entries_lock);
-    bool trim(std::uint64_t target) REQUIRES(entries_lock);
+    std::uint64_t make_room(const EntryPointer& newest) REQUIRES(entries_lock);
+    bool trim(std::uint64_t target, const EntryPointer& newest) REQUIRES(entries_lock);
     void retain(const EntryPointer& entry) REQUIRES(entries_lock);
-    void remove_packet(std::size_t position) REQUIRES(entries_lock);
+    void remove_packet(std::size_t position, const EntryPointer& newest) REQUIRES(entries_lock);
     void remove_before(std::size_t position) REQUIRES(entries_lock);
 
     // Who gets it (PacketBufferFanout.cpp).
     void apply_listener_changes() EXCLUDES(listeners_lock);
-    void take_listener_changes(std::deque<ListenerChange>& changes) REQUIRES(listeners_lock);
+    void take_listener_changes(ListenerList::Changes& changes) REQUIRES(listeners_lock);
     void take_new_packets() EXCLUDES(entries_lock, snapshot_lock, listeners_lock);
     void deliver_new_packets() EXCLUDES(listeners_lock);
+    void end_delivery() EXCLUDES(listeners_lock);
     std::vector<ListenerPointer> show_to_joiners(const EntryPointer& newest) REQUIRES(entries_lock)
         EXCLUDES(snapshot_lock, listeners_lock);
 
@@ -145,11 +147,14 @@ private:
     std::atomic<bool> started{false};
     std::atomic<bool> processing{false}; // claimed by Poll, released by Process
     std::vector<EntryPointer> snapshot GUARDED_BY(snapshot_lock);
-    std::vector<ListenerPointer> listeners GUARDED_BY(listeners_lock);
+    // Changed in place, or replaced while a delivery goes on from it.
+    std::shared_ptr<ListenerList> listeners GUARDED_BY(listeners_lock);
     concurrent_queue<ListenerChange> listener_queue;
     concurrent_queue<EntryPointer> packet_queue;
 
-    // Of the worker in Process, kept for their memory.
+    // Of the worker in Process; the first is taken and given back under listeners_lock, the others
+    // are kept for their memory.
+    std::shared_ptr<const ListenerList> receiving;
     std::deque<EntryPointer> new_packets;
     std::vector<EntryPointer> old_snapshot;
 };

@@ -26,7 +26,7 @@ void PacketBuffer::add(const EntryPointer& entry) {
     std::vector<ListenerPointer> waiting;
     {
         spin_guard guard(entries_lock);
-        grown_limit = make_room(entry->size);
+        grown_limit = make_room(entry);
         retain(entry);
         if (started)
             packet_queue.push(entry);
@@ -56,20 +56,20 @@ void PacketBuffer::attach_metadata(BufferEntry& entry) {
     entry.SetMetaData(pending_metadata.exchange(nullptr));
 }
 
-// Trims for a packet of `size` bytes. Returns the new limit when it had to grow, otherwise 0.
-std::uint64_t PacketBuffer::make_room(std::uint64_t size) {
+// Trims for a new packet. Returns the new limit when it had to grow, otherwise 0.
+std::uint64_t PacketBuffer::make_room(const EntryPointer& newest) {
     // Kept: the difference wraps around for a packet above the limit and for no limit at all, and
     // is 0 for a packet as large as the limit. None of these trims anything: a single large packet
     // must not cost joining listeners their burst.
-    const std::uint64_t target = size_limit - size;
-    if (target == 0 || target >= buffered_bytes || trim(target)) return 0;
-    size_limit += size;
+    const std::uint64_t target = size_limit - newest->size;
+    if (target == 0 || target >= buffered_bytes || trim(target, newest)) return 0;
+    size_limit += newest->size;
     return size_limit;
 }
 
 // Removes the oldest packets until `target` bytes are left. The newest group of header packets
 // stays, and false says that there was nothing else left to remove.
-bool PacketBuffer::trim(std::uint64_t target) {
+bool PacketBuffer::trim(std::uint64_t target, const EntryPointer& newest) {
     std::uint64_t total = buffered_bytes;
     std::uint64_t kept_group = 0;
     std::size_t position = 0;
@@ -77,7 +77,7 @@ bool PacketBuffer::trim(std::uint64_t target) {
         const std::uint64_t group = entries[position]->header_id;
         if (group == 0) {
             total -= entries[position]->size;
-            remove_packet(position);
+            remove_packet(position, newest);
             if (target >= total) return true;
             continue;
         }
@@ -100,13 +100,13 @@ void PacketBuffer::retain(const EntryPointer& entry) {
 }
 
 // A record that the packet carries goes to the next one, unless that begins its own.
-void PacketBuffer::remove_packet(std::size_t position) {
+void PacketBuffer::remove_packet(std::size_t position, const EntryPointer& newest) {
     const EntryPointer removed = std::move(entries[position]);
     entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(position));
     buffered_bytes -= removed->size;
     const std::shared_ptr<METADATA> metadata = removed->GetMetaData();
-    if (metadata && position < entries.size() && !entries[position]->GetMetaData())
-        entries[position]->SetMetaData(metadata);
+    const EntryPointer& next = position < entries.size() ? entries[position] : newest;
+    if (metadata && !next->GetMetaData()) next->SetMetaData(metadata);
 }
 
 void PacketBuffer::remove_before(std::size_t position) {

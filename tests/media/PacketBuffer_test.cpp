@@ -416,6 +416,17 @@ TEST(PacketBuffer, ATrimmedPacketLeavesItsRecordToTheNext) {
     EXPECT_EQ(next->GetMetaData(), record);
 }
 
+TEST(PacketBuffer, TheLastPacketThatIsTrimmedLeavesItsRecordToTheNewOne) {
+    OpenBuffer buffer(1000);
+    const auto record = titled("one");
+    buffer.Add(900, 0, record);
+    const Entry newest = buffer.Add(900);
+    EXPECT_EQ(buffer.GetBufferSnapShot(), std::vector<Entry>{newest});
+    EXPECT_EQ(newest->GetMetaData(), record);
+    const auto own = titled("two");
+    EXPECT_EQ(buffer.Add(900, 0, own)->GetMetaData(), own);
+}
+
 TEST(PacketBuffer, ATrimmedPacketsRecordGivesWayToTheNextOnes) {
     OpenBuffer buffer(1000);
     buffer.Add(400, 0, titled("one"));
@@ -572,6 +583,32 @@ TEST(PacketBuffer, WhoJoinsDuringADeliveryMissesNothing) {
     buffer->Add(1);
     run(*buffer);
     EXPECT_EQ(host->guest->Packets(), host->Packets());
+}
+
+TEST(PacketBuffer, AListenerMayStopTheBufferAndLeaveWithinADelivery) {
+    struct Stopping : RecordingListener, std::enable_shared_from_this<Stopping> {
+        PacketBuffer* buffer = nullptr;
+        void OnNewPacket(const Entry& packet) override {
+            RecordingListener::OnNewPacket(packet);
+            buffer->SignalStop();
+            buffer->RemoveListener(shared_from_this());
+        }
+    };
+    auto buffer = std::make_shared<OpenBuffer>();
+    buffer->Start();
+    auto stopping = std::make_shared<Stopping>();
+    auto behind = std::make_shared<RecordingListener>();
+    stopping->buffer = buffer.get();
+    buffer->AddListener(stopping, false);
+    buffer->AddListener(behind, false);
+    const Entry packet = buffer->Add(1);
+    run(*buffer);
+    EXPECT_EQ(stopping->Packets(), std::vector<Entry>{packet});
+    EXPECT_EQ(behind->Packets(), std::vector<Entry>{packet});
+    EXPECT_EQ(stopping.use_count(), 1);
+    const Entry later = buffer->Add(1);
+    EXPECT_EQ(behind->Packets(), (std::vector<Entry>{packet, later}));
+    EXPECT_EQ(stopping->Packets().size(), 1U);
 }
 
 TEST(PacketBuffer, AFailingListenerDoesNotStopTheBuffer) {
