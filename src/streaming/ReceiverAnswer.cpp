@@ -32,8 +32,10 @@ void Receiver::answer_then(Then next) {
 }
 
 // Goes on when all of the answer has left; called again with later slices until then. A page may
-// have been answered without a response, and an answer that left at once has nothing to flush.
+// have been answered without a response, and an answer that left at once has nothing to flush. One
+// that is kicked goes no further: the teardown of this slice sees to the rest.
 void Receiver::finish_answer() {
+    if (kicked) return;
     if (response && response->Flush() == IO_AGAIN) return;
     const Then next = std::exchange(after_answer, Then::NOTHING);
     if (response && response->Failed()) {

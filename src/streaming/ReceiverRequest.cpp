@@ -64,6 +64,7 @@ void Receiver::read_request() {
     if (result == IO_FAILED) answer_read_failure();
     if (request->Method() == Request::METHOD_ICY_LOGIN) {
         greet_icy_source(result);
+        if (Status() == FINISHED) return;
     } else if (request->Complete() && request->FormComplete()) {
         answer_request();
         return;

@@ -13,6 +13,7 @@
 // Takes a slice, or as many as the last bytes need to leave; every step may come again.
 void Receiver::tear_down() {
     become(ENDING);
+    if (after_answer != Then::NOTHING) forget_mount(); // which no listener is registered on
     after_answer = Then::NOTHING;
     web_panel.reset();
     packets.Clear();
@@ -33,11 +34,13 @@ void Receiver::leave_mount() {
     set_mounts(nullptr, nullptr);
 }
 
+// An answer leaves whole; of a stream, and of a kicked connection, goes what the socket takes.
 bool Receiver::farewell_is_sent() {
     if (!response) return true;
     if (!body_ended) response->Disconnect();
     body_ended = true;
     if (response->SendBuffer() == IO_AGAIN) return false;
+    if (!writer && !kicked && response->GetBytesBuffered() > 0) return false;
     writer.reset();
     assign(response, std::shared_ptr<Response>());
     return true;

@@ -3,6 +3,7 @@
 #include "core/Clock.h"
 #include "support/LogLines.h"
 #include "support/OnAir.h"
+#include "support/ReceiverProbe.h"
 
 #include <gtest/gtest.h>
 
@@ -64,6 +65,35 @@ TEST(ReceiverPool, ALongCycleCountsWithItsWholeLength) {
     const auto listener = make_listener(air);
     EXPECT_EQ(listener->receiver->Poll(199), ThreadPool::NOTHING);
     EXPECT_EQ(listener->receiver->Poll(1), ThreadPool::LOW);
+}
+
+// A listener whose time is up has one more slice to come.
+TEST(ReceiverPool, AnEndingListenerIsUrgentWhenThereIsSomethingToSendOrItIsLate) {
+    Clock::Hold(1000);
+    OnAir air("/live", 1, {{"ListenerTimer", "1"}});
+    air.Connect();
+    const auto make_ending = [&air] {
+        auto listener = make_listener(air);
+        Clock::Advance(60);
+        listener->Slice();
+        EXPECT_EQ(listener->receiver->Status(), 2);
+        return listener;
+    };
+    EXPECT_EQ(make_ending()->receiver->Poll(199), ThreadPool::NOTHING);
+    EXPECT_EQ(make_ending()->receiver->Poll(200), ThreadPool::LOW);
+    EXPECT_EQ(make_ending()->receiver->Poll(700), ThreadPool::LOW);
+    EXPECT_EQ(make_ending()->receiver->Poll(701), ThreadPool::NORMAL) << "more than 500 too late";
+    const auto fed = make_ending();
+    const auto kicked = make_ending();
+    const auto left = make_ending();
+    air.FeedAndDeliver();
+    EXPECT_EQ(fed->receiver->Poll(200), ThreadPool::NORMAL);
+    kicked->receiver->Kick();
+    EXPECT_EQ(kicked->receiver->Poll(200), ThreadPool::LOW);
+    ReceiverProbe{*left->receiver}.LosePackets();
+    air.Disconnect();
+    EXPECT_EQ(left->receiver->Poll(200), ThreadPool::NORMAL) << "its source has gone";
+    Clock::Release();
 }
 
 TEST(ReceiverPool, KickEndsTheWait) {

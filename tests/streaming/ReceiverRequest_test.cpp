@@ -84,6 +84,12 @@ TEST_F(ReceiverRequest, AnInvalidRequestGetsTheBareDocument) {
     EXPECT_TRUE(visitor.IsClosed());
 }
 
+TEST_F(ReceiverRequest, AnInvalidRequestIsLoggedInDetail) {
+    Log::SetLevel(Log::DETAIL);
+    EXPECT_EQ(lines_for("GET /a HTTP/1.1\r\n\r\n"),
+              std::vector<std::string>{"<127.0.0.1> Receiver invalid request."});
+}
+
 TEST_F(ReceiverRequest, AnUnknownMethodWithAWholeHeadGetsTheBareDocument) {
     Visitor visitor;
     EXPECT_TRUE(visitor.Ask("FETCH /a HTTP/1.0\r\n\r\n").starts_with("<!DOCTYPE HTML PUBLIC"));

@@ -117,6 +117,31 @@ TEST_F(IcySource, TheSocketIsNotReadAgainAfterTheHandOver) {
     EXPECT_EQ(recv(visitor.pair.client, nullptr, 0, MSG_DONTWAIT), -1) << "still open";
 }
 
+TEST_F(IcySource, NoTimeLimitIsLookedAtOnceItIsHandedOver) {
+    Clock::Hold(1000);
+    Visitor visitor;
+    visitor.Ask("src:secret\r\n");
+    Clock::Advance(61);
+    visitor.Say("\r\n");
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->Status(), 3);
+    EXPECT_TRUE(comes_true([&] { return air.mount->IsConnected(); }));
+    EXPECT_EQ(visitor.Hear(), "") << "no answer to a source that streams";
+    EXPECT_FALSE(visitor.IsClosed());
+    Clock::Release();
+}
+
+TEST_F(IcySource, FieldsWithoutEndEndIt) {
+    Log::SetLevel(Log::DETAIL);
+    LogLines log;
+    Visitor visitor;
+    visitor.Ask("src:secret\r\n");
+    visitor.Ask("icy-name:" + std::string(9216, 'x'));
+    EXPECT_EQ(visitor.receiver->Status(), 3);
+    EXPECT_EQ(air.mount->GetRequest(), nullptr);
+    EXPECT_TRUE(log.Wait("<127.0.0.1> ICY Source disconnected by error"));
+}
+
 TEST_F(IcySource, ASourceThatKeepsSilentAfterItsLoginEndsAfterFifteenSeconds) {
     Clock::Hold(1000);
     Visitor visitor;
@@ -199,6 +224,29 @@ TEST_F(HttpSource, PutWithNeitherIsTakenWithAWarning) {
                          "application."));
 }
 
+TEST_F(HttpSource, EachStepIsLoggedInDetail) {
+    Log::SetLevel(Log::DETAIL);
+    make_account("ear", "secret", User::LISTENER, 1);
+    LogLines log;
+    Visitor refused;
+    refused.Ask("PUT /live HTTP/1.0\r\n" + basic("ear:secret") + "\r\n");
+    Visitor taken;
+    taken.Ask("PUT /live HTTP/1.0\r\nContent-Length: 9\r\n" + login + type + "\r\n");
+    std::vector<std::string> expected = {"Receiver media found.",
+                                         "Incoming HTTP Source",
+                                         "Receiver source authentication failure.",
+                                         "Receiver media found.",
+                                         "Incoming HTTP Source",
+                                         "Receiver source authenticated.",
+                                         "Receiver source correctly defined a 1.1 PUT request."};
+    for (std::string& line : expected)
+        line.insert(0, "<127.0.0.1> ");
+    std::vector<std::string> lines = log.All();
+    ASSERT_GE(lines.size(), expected.size());
+    lines.resize(expected.size());
+    EXPECT_EQ(lines, expected);
+}
+
 TEST_F(HttpSource, AnAccountWithoutRightsGets401AndNoChallenge) {
     make_account("ear", "secret", User::LISTENER, 1);
     Visitor visitor;
@@ -235,6 +283,26 @@ TEST_F(HttpSource, ItLeavesTheListAtOnce) {
     ReceiverList::Add(visitor.receiver);
     visitor.Ask("SOURCE /live HTTP/1.0\r\n" + login + type + "\r\n");
     EXPECT_EQ(ReceiverList::Count(), 0);
+}
+
+TEST_F(HttpSource, OneThatIsKickedBeforeTheAnswerHasLeftIsNotHandedOver) {
+    LogLines log;
+    Visitor visitor;
+    visitor.Say("SOURCE /live HTTP/1.0\r\n" + login + type + "\r\n");
+    const std::uint64_t in_the_way = visitor.StopReading();
+    visitor.Slice();
+    visitor.receiver->Kick();
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->Status(), 2);
+    EXPECT_EQ(visitor.receiver->GetMount(), nullptr);
+    visitor.pair.Receive(in_the_way);
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->Status(), 3);
+    EXPECT_TRUE(visitor.Hear().starts_with("HTTP/1.0 200 OK\r\n"));
+    EXPECT_TRUE(visitor.IsClosed());
+    EXPECT_EQ(air.mount->GetRequest(), nullptr);
+    log.All();
+    EXPECT_EQ(log.Count("not registered"), 0);
 }
 
 TEST_F(HttpSource, ItIsHandedOverOnlyWhenTheAnswerHasLeft) {

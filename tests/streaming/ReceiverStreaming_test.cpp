@@ -313,6 +313,20 @@ TEST_F(Streaming, AMoveToAnotherTypeIsIgnored) {
     EXPECT_TRUE(log.Wait("<127.0.0.1> Mount Move request ignored, invalid target mime type!"));
 }
 
+TEST_F(Streaming, AMoveToTheMountThatIsHeardIsIgnored) {
+    LogLines log;
+    OnAir one("/one", 1);
+    one.Connect();
+    const auto listener = listen("/one");
+    one.Deliver();
+    one.FeedAndDeliver();
+    listener->receiver->SetMount(one.mount);
+    listener->Slice();
+    EXPECT_EQ(body(listener->Hear()), std::string(FEED, 'a')) << "no second burst";
+    log.All();
+    EXPECT_EQ(log.Count("Connection Closed"), 0);
+}
+
 TEST_F(Streaming, AMoveToASilentMountIsIgnored) {
     OnAir one("/one", 1);
     OnAir two("/two", 2);
@@ -428,6 +442,44 @@ TEST_F(Limits, AWriterThatTakesNothingEndsTheListener) {
     listener->Slice();
     EXPECT_EQ(listener->receiver->Status(), 2);
     EXPECT_TRUE(log.Wait("<127.0.0.1> Receiver disconnected due error on media write."));
+}
+
+// Has so many bytes wait for each packet, and breaks the connection.
+struct BreakingWriter : MediaWriter {
+    BreakingWriter(std::shared_ptr<Response> to, std::shared_ptr<Socket> through, std::size_t count)
+        : MediaWriter(std::move(to)), socket(std::move(through)), bytes(count) {}
+    unsigned long Write(const SharedBytes&, unsigned long, unsigned long length) override {
+        response->Buffer(std::string(bytes, 'x'));
+        socket->Close();
+        return length;
+    }
+    std::shared_ptr<Socket> socket;
+    std::size_t bytes;
+};
+
+TEST_F(Limits, AWriteErrorEndsTheListenerWhereverItIsMet) {
+    OnAir air("/live");
+    air.Connect();
+    struct {
+        std::size_t bytes;
+        const char* line;
+    } const cases[] = {
+        {20480 / OnAir::PACKETS_PER_FEED,
+         "<127.0.0.1> Receiver disconnected due to write error. SB"},
+        {20481, "<127.0.0.1> Receiver disconnected due to write error on send buffer"},
+    };
+    for (const auto& [bytes, line] : cases) {
+        const auto listener = listen();
+        air.Deliver();
+        ReceiverProbe probe{*listener->receiver};
+        probe.SetWriter(
+            std::make_shared<BreakingWriter>(probe.GetResponse(), listener->pair.server, bytes));
+        air.Feed();
+        air.Deliver();
+        listener->Slice();
+        EXPECT_EQ(listener->receiver->Status(), 2);
+        EXPECT_TRUE(log.Wait(line));
+    }
 }
 
 struct ThrowingWriter : MediaWriter {

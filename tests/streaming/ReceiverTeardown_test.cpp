@@ -1,6 +1,7 @@
 // The end of a connection, and what others read of it until then.
 
 #include "core/Clock.h"
+#include "http/Response.h"
 #include "support/LogLines.h"
 #include "support/OnAir.h"
 #include "support/ReceiverProbe.h"
@@ -72,6 +73,39 @@ TEST_F(Teardown, OnAFullSocketItComesAgainUntilTheRestHasLeft) {
     log.All();
     EXPECT_EQ(log.Count("Orphan"), 0);
     EXPECT_EQ(log.Count("not registered"), 0);
+}
+
+TEST_F(Teardown, AnAnswerLeavesWholeHoweverOftenTheSocketIsFull) {
+    Visitor visitor("GET /nothing HTTP/1.0\r\n\r\n");
+    const std::uint64_t in_the_way = visitor.StopReading();
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->Status(), 2);
+    constexpr std::size_t LARGE = 600000;
+    ReceiverProbe{*visitor.receiver}.GetResponse()->Buffer(std::string(LARGE, 'x'));
+    visitor.pair.Receive(in_the_way);
+    std::string heard;
+    const auto ends = [&] {
+        visitor.Slice();
+        heard += visitor.Hear();
+        return visitor.receiver->Status() == 3;
+    };
+    EXPECT_TRUE(comes_true(ends));
+    heard += visitor.Hear();
+    EXPECT_TRUE(heard.starts_with("HTTP/1.0 404 Not Found\r\n"));
+    EXPECT_TRUE(heard.ends_with("</html>" + std::string(LARGE, 'x')));
+}
+
+TEST_F(Teardown, OfAKickedStreamGoesWhatTheSocketTakes) {
+    air.Connect();
+    const auto listener = listen(PLAIN);
+    const std::uint64_t in_the_way = listener->StopReading();
+    ReceiverProbe{*listener->receiver}.GetResponse()->Buffer(std::string(900000, 'x'));
+    listener->receiver->Kick();
+    listener->Slice();
+    EXPECT_EQ(listener->receiver->Status(), 2);
+    listener->pair.Receive(in_the_way);
+    listener->Slice();
+    EXPECT_EQ(listener->receiver->Status(), 3);
 }
 
 TEST_F(Teardown, OnASocketThatStaysFullItEndsAfterFifteenSeconds) {

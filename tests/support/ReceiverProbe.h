@@ -14,5 +14,6 @@ struct ReceiverProbe {
     std::shared_ptr<Response> GetResponse() const { return receiver.response; }
     void SetTimeLimit(std::uint64_t seconds) { receiver.time_limit = seconds; }
     void SetWriter(std::shared_ptr<MediaWriter> writer) { receiver.writer = std::move(writer); }
+    void LosePackets() { receiver.packets.Clear(); }
     void LoseMount() { receiver.set_mounts(nullptr, nullptr); }
 };
