@@ -82,7 +82,7 @@ void url::read_target(const std::string& target) {
 
 // Kept: this narrow. Neither the first character nor labels nor a trailing dot are looked at.
 bool url::valid_hostname(const char* name) {
-    constexpr std::string_view FORBIDDEN = "&()<>@,;:\\\"[]";
+    constexpr std::string_view FORBIDDEN = "&()<>@,;:\"[]";
     const std::string_view text = name;
     if (text.size() < 2) return false;
     for (std::size_t i = 1; i < text.size(); ++i) {

@@ -169,9 +169,9 @@ TEST(Url, HostMayHoldSingleDots) {
 
 TEST(Url, HostRefusesCharactersOutOfPlace) {
     EXPECT_FALSE(url::valid_hostname("a.b["));
-    for (const char refused : std::string("&()<>@,;:\\\"[] \t\n\x1f\x7f\x80\xff"))
+    for (const char refused : std::string("&()<>@,;:\"[] \t\n\x1f\x7f\x80\xff"))
         EXPECT_FALSE(url::valid_hostname((std::string("ab") + refused).c_str())) << refused;
-    for (const char taken : std::string("!#$%'*+-/0=?A^_`a{|}~"))
+    for (const char taken : std::string("!#$%'*+-/0=?A\\^_`a{|}~"))
         EXPECT_TRUE(url::valid_hostname((std::string("ab") + taken).c_str())) << taken;
 }
 
