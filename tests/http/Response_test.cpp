@@ -81,6 +81,26 @@ TEST(Response, SendKeepsWhatTheSocketDoesNotTake) {
     EXPECT_EQ(answer.pair.Receive(6), "abcdef");
 }
 
+TEST(Response, SendThatWouldWaitIsNoFailureButLeavesItsErrno) {
+    Answer answer;
+    const std::uint64_t filled = answer.pair.FillTowardsClient();
+    EXPECT_EQ(answer.response->Send("abc"), 3);
+    EXPECT_EQ(answer.response->LastError(), EAGAIN);
+    EXPECT_FALSE(answer.response->Failed());
+    answer.pair.Receive(filled);
+    while (answer.response->SendBuffer() == IO_AGAIN) {
+    }
+    EXPECT_EQ(answer.response->LastError(), EAGAIN); // until something else goes wrong
+}
+
+TEST(Response, EmptySendIsNoFailure) {
+    Answer answer;
+    const std::vector<char> nothing;
+    EXPECT_EQ(answer.response->Send(&nothing, 0, 0), 0);
+    EXPECT_EQ(answer.response->Send(""), 0);
+    EXPECT_FALSE(answer.response->Failed());
+}
+
 TEST(Response, LargeSendIsTakenInPartsAndArrivesWhole) {
     Answer answer;
     std::string data;
