@@ -5,13 +5,13 @@
 #include "core/OSTools.h"
 
 #include <utility>
-#include <vector>
 
 namespace {
 
 constexpr double PRUNE_SECONDS = 300.0;
 constexpr double IDLE_SECONDS = 3600.0;
 constexpr int ID_ATTEMPTS = 6;
+constexpr std::size_t PRUNED_AT_A_TIME = 256;
 
 } // namespace
 
@@ -89,17 +89,25 @@ void SessionList::Remove(const std::string& id) {
     session_list.erase(found);
 }
 
+// A few at a time, so that no request waits long for the list.
 void SessionList::Prune() {
-    std::vector<std::shared_ptr<Session>> sessions;
-    {
-        spin_guard guard(session_list_lock);
-        sessions.reserve(session_list.size());
-        for (const auto& [id, session] : session_list)
-            sessions.push_back(session);
-    }
     const time_t moment = now();
-    for (const auto& session : sessions)
-        if (difftime(moment, session->UpdateDate()) > IDLE_SECONDS) Remove(session->Id());
+    std::string last;
+    for (auto some = sessions_behind(last); !some.empty(); some = sessions_behind(last)) {
+        last = some.back()->Id();
+        for (const auto& session : some)
+            if (difftime(moment, session->UpdateDate()) > IDLE_SECONDS) Remove(session->Id());
+    }
+}
+
+std::vector<std::shared_ptr<Session>> SessionList::sessions_behind(const std::string& id) {
+    std::vector<std::shared_ptr<Session>> some;
+    some.reserve(PRUNED_AT_A_TIME);
+    spin_guard guard(session_list_lock);
+    for (auto next = session_list.upper_bound(id);
+         next != session_list.end() && some.size() < PRUNED_AT_A_TIME; ++next)
+        some.push_back(next->second);
+    return some;
 }
 
 std::size_t SessionList::Count() {
@@ -112,12 +120,15 @@ void SessionList::SetIdSource(std::string (*source)()) {
     id_source = source;
 }
 
-// Makes `id` one that no session has; false when chance does not give one.
+// Makes `id` one that no session has. False, and no id, which could be that of somebody else's
+// session, when chance does not give one or there are too many.
 bool SessionList::free_id(std::string& id) {
-    for (int attempt = 0; attempt < ID_ATTEMPTS; ++attempt) {
+    const bool full = session_list.size() >= MOST_SESSIONS;
+    for (int attempt = 0; attempt < ID_ATTEMPTS && !full; ++attempt) {
         id = id_source();
         if (!session_list.contains(id)) return true;
     }
+    id.clear();
     return false;
 }
 

@@ -2,11 +2,13 @@
 
 #include "core/spinlock.h"
 
+#include <cstddef>
 #include <ctime>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // What the server remembers of one browser, by a cookie. Held by the list and by the requests that
 // came with it. Any thread.
@@ -38,12 +40,15 @@ private:
 class SessionList {
 public:
     static constexpr const char* COOKIE = "__quill_sess";
+    // Every request without the cookie makes one, so a flood must not fill the memory: 75 MiB.
+    static constexpr std::size_t MOST_SESSIONS = 262144;
 
     // Counts the time to the first prune from now; without it the first Add prunes.
     static void Init();
     // The id that the client is to use: `id` when it names a session, otherwise that of a new one,
-    // which `id` becomes. Without a free id there is no session under the result. `ip` and
-    // `user_agent` say whose it is and are not kept. Prunes when the last time is long ago.
+    // which `id` becomes. Empty, as is the result, when no id was free or MOST_SESSIONS are there.
+    // `ip` and `user_agent` say whose it is and are not kept. Prunes when the last time is long
+    // ago.
     static std::string Add(const std::string& ip, const std::string& user_agent, std::string& id)
         EXCLUDES(session_list_lock);
     // The session, or nothing.
@@ -59,6 +64,9 @@ public:
 private:
     static bool free_id(std::string& id) REQUIRES(session_list_lock);
     static bool take_prune_turn() REQUIRES(session_list_lock);
+    // The next in the order of their ids; nothing behind the last one.
+    static std::vector<std::shared_ptr<Session>> sessions_behind(const std::string& id)
+        EXCLUDES(session_list_lock);
 
     // Keys are views of the sessions' own ids.
     static std::map<std::string_view, std::shared_ptr<Session>>

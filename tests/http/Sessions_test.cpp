@@ -107,10 +107,29 @@ TEST_F(SessionListTest, SixTakenIdsInARowMakeNoSession) {
     static int draws = 0;
     SessionList::SetIdSource([] { return std::string(++draws, 'x').substr(0, 1); });
     EXPECT_EQ(new_id(), "x");
-    EXPECT_EQ(new_id(), "x");
+    const std::string id = new_id();
+    EXPECT_EQ(id, ""); // and not that of the session which is in the way
+    EXPECT_FALSE(SessionList::Get(id));
     EXPECT_EQ(draws, 7);
     EXPECT_EQ(SessionList::Count(), 1U);
     EXPECT_TRUE(log.Wait("Unable to Generate a Session ID."));
+}
+
+TEST_F(SessionListTest, FullListTakesNoMoreUntilOldOnesLeaveAndKnowsItsOwn) {
+    SessionList::SetIdSource([] {
+        static int draws = 0;
+        return std::to_string(++draws);
+    });
+    std::string known = new_id();
+    while (SessionList::Count() < SessionList::MOST_SESSIONS)
+        new_id();
+    EXPECT_EQ(new_id(), "");
+    EXPECT_EQ(SessionList::Count(), SessionList::MOST_SESSIONS);
+    EXPECT_EQ(SessionList::Add("1.2.3.4", "agent", known), "1");
+    Clock::Advance(3601);
+    new_id(); // prunes
+    EXPECT_NE(new_id(), "");
+    EXPECT_EQ(SessionList::Count(), 1U);
 }
 
 TEST_F(SessionListTest, SessionOfAnHourSurvivesAPruneAndAnOlderOneDoesNot) {
