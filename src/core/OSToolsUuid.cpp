@@ -1,8 +1,11 @@
 #include "core/OSTools.h"
 #include "core/spinlock.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <limits>
 
 namespace {
@@ -16,10 +19,20 @@ int draw_from_range(std::mt19937_64& generator) {
     return std::uniform_int_distribution<int>(16383, 32768)(generator);
 }
 
-// One generator for all threads. What it gives away is not secret, only unlike all it gave before.
+// Seeded with more than the 32 bits of one draw of the device: the password of a first run comes
+// from here, and whoever sees a session's id could try all such seeds.
+std::mt19937_64 seeded_generator() {
+    std::random_device device("default");
+    std::array<std::random_device::result_type, 16> words{};
+    std::ranges::generate(words, std::ref(device));
+    std::seed_seq seed(words.begin(), words.end());
+    return std::mt19937_64(seed);
+}
+
+// One generator for all threads.
 struct Source {
     spinlock lock; // held for the six draws
-    std::mt19937_64 generator GUARDED_BY(lock){std::random_device("default")()};
+    std::mt19937_64 generator GUARDED_BY(lock) = seeded_generator();
 };
 
 } // namespace
