@@ -344,6 +344,16 @@ TEST_F(Console, ScreenLogCountsAtOnceWhenItChanges) {
     EXPECT_THAT(shown, Not(HasSubstr("unseen")));
 }
 
+TEST_F(Console, NoStatusIsDrawnBeforeTheMountsAreRead) {
+    Config::Get("RealtimeLog", false)->SetValue(true);
+    ASSERT_FALSE(MountList::Ready());
+    testing::internal::CaptureStdout();
+    Log::SetFile("0", "0");
+    std::this_thread::sleep_for(100ms);
+    Log::Stop();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Logging Thread shutting down\n");
+}
+
 TEST_F(Console, StatusLineIsDrawnOverItself) {
     MountList::Init();
     Config::Get("RealtimeLog", false)->SetValue(true);
