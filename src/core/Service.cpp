@@ -19,9 +19,18 @@ void silence_standard_descriptors() {
     if (null > STDERR_FILENO) close(null);
 }
 
+// A starter may have closed some of them; the next connection would get their numbers.
+void fill_standard_descriptors() {
+    int null = 0;
+    while (null >= 0 && null <= STDERR_FILENO)
+        null = open("/dev/null", O_RDWR);
+    if (null > STDERR_FILENO) close(null);
+}
+
 } // namespace
 
 bool Service::Init(bool daemonise) {
+    fill_standard_descriptors();
     if (!daemonise) return false;
     if (fork() > 0) return true;
     umask(0);

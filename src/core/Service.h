@@ -8,7 +8,8 @@
 // this platform: their operations only leave a message. Initial thread; IsService: any thread.
 class Service {
 public:
-    // With `daemonise`, forks. True in the parent, which has nothing more to do.
+    // Sees that the standard descriptors are taken, and with `daemonise` forks. True in the parent,
+    // which has nothing more to do.
     static bool Init(bool daemonise);
     static void Install();
     static void Uninstall();

@@ -75,3 +75,23 @@ TEST(Service, DaemonLeavesItsSessionAndItsDescriptorsLeadNowhere) {
     EXPECT_EQ(std::string(seen, static_cast<std::size_t>(length)),
               "service, own session, umask 0 /dev/null /dev/null /dev/null");
 }
+
+TEST(Service, DescriptorsThatCameClosedLeadNowhere) {
+    const int own = open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC); // stands for standard error
+    ASSERT_GT(own, STDERR_FILENO);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(own, STDERR_FILENO);
+        close(STDIN_FILENO);
+        close(STDOUT_FILENO);
+        Service::Init(false);
+        const bool filled = target_of(STDIN_FILENO) == "/dev/null" &&
+                            target_of(STDOUT_FILENO) == "/dev/null" &&
+                            target_of(STDERR_FILENO) == "/tmp";
+        _exit(filled ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    close(own);
+    EXPECT_EQ(status, 0);
+}
