@@ -209,6 +209,8 @@ private:
     static const SettingKey SETTING_KEYS[];
     void read_settings();
     bool has_own(const std::string& key) const;
+    void follow_relay(bool in_default, const std::string& old_url, const std::string& new_url);
+    void settle_default_relays();
     void make_source_account();
     void set_default(bool is_default);
     void take_text(std::string Mount::*field, const std::string& text) EXCLUDES(settings_lock);

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <limits>
+#include <utility>
 
 namespace {
 // Offered by configuration pages, in this order.
@@ -47,6 +48,13 @@ Mount::PublicState public_state_of(const std::string& keyword) {
     if (keyword == "never") return Mount::PublicState::NEVER;
     if (keyword == "always") return Mount::PublicState::ALWAYS;
     return Mount::PublicState::SOURCE;
+}
+
+std::vector<std::string> relays_of(const ConfigNode& section) {
+    std::vector<std::string> urls;
+    for (const auto& relay : section.GetChildren("Relay"))
+        if (std::string url = relay->GetValue(""); !url.empty()) urls.push_back(std::move(url));
+    return urls;
 }
 } // namespace
 
@@ -175,10 +183,7 @@ void Mount::DeleteConfigNode() {
 bool Mount::OnConfigNodeChanged(std::shared_ptr<ConfigNode> node, std::string old_value) {
     const std::string key = node->GetKey(false);
     const bool in_default = node->GetParent() == default_node;
-    if (key == "relay" && !(in_default && has_own("Relay"))) {
-        RemoveRelayAddress(old_value);
-        AddRelayAddress(node->GetValue(""));
-    }
+    if (key == "relay") follow_relay(in_default, old_value, node->GetValue(""));
     if ((key == "user" || key == "pass") && !in_default) make_source_account();
     for (const SettingKey& row : SETTING_KEYS)
         if (row.Is(key, in_default) && !(in_default && has_own(row.key)))
@@ -193,10 +198,28 @@ bool Mount::has_own(const std::string& key) const {
 void Mount::read_settings() {
     for (const SettingKey& row : SETTING_KEYS)
         row.take(*this, SettingValue(*this, row, false));
-    const auto& relays_of = has_own("Relay") ? GetConfigNode() : default_node;
-    for (const auto& relay : relays_of->GetChildren("Relay"))
-        AddRelayAddress(relay->GetValue(""));
+    for (const std::string& url : relays_of(*GetConfigNode()))
+        AddRelayAddress(url);
+    settle_default_relays();
     make_source_account();
+}
+
+void Mount::follow_relay(bool in_default, const std::string& old_url, const std::string& new_url) {
+    if (in_default && !relays_of(*GetConfigNode()).empty()) return;
+    RemoveRelayAddress(old_url);
+    AddRelayAddress(new_url);
+    if (!in_default) settle_default_relays();
+}
+
+// The relays of "Default" serve as long as the section names none.
+void Mount::settle_default_relays() {
+    const std::vector<std::string> own = relays_of(*GetConfigNode());
+    for (const std::string& url : relays_of(*default_node)) {
+        if (own.empty())
+            AddRelayAddress(url);
+        else if (std::find(own.begin(), own.end(), url) == own.end())
+            RemoveRelayAddress(url);
+    }
 }
 
 // The account that the mount's own section names comes into being with rights on this mount. A

@@ -132,7 +132,6 @@ TEST_P(MountSetting, GoesBackToDefaultSectionWhenItLeavesItsOwn) {
     Set(Defaults(), GetParam().key_in_default, GetParam().value);
     const auto mount = mount_with({});
     Set(mount->GetConfigNode(), GetParam().key, GetParam().value);
-    if (std::string(GetParam().key) == "Relay") return; // a list, told by a test of its own
     Set(mount->GetConfigNode(), GetParam().key, "");
     EXPECT_EQ(GetParam().effect(*mount), GetParam().set);
 }
@@ -216,6 +215,33 @@ TEST(MountSettings, AChangedRelayReplacesTheFormerOne) {
     Set(mount->GetConfigNode(), "Relay", "http://b");
     EXPECT_EQ(mount->RelayAddress(), "http://b");
     mount->RemoveRelayAddress("http://b");
+    EXPECT_EQ(mount->RelayAddress(), "");
+}
+
+TEST(MountSettings, RelaysOfDefaultServeWhileTheSectionNamesNone) {
+    Set(Defaults(), "Relay", "http://shared");
+    const auto mount = mount_with({{"Relay", ""}});
+    EXPECT_EQ(mount->RelayAddress(), "http://shared");
+    Set(mount->GetConfigNode(), "Relay", "http://own");
+    EXPECT_EQ(mount->RelayAddress(), "http://own");
+    mount->RemoveRelayAddress("http://own");
+    EXPECT_EQ(mount->RelayAddress(), "");
+    Set(mount->GetConfigNode(), "Relay", "");
+    EXPECT_EQ(mount->RelayAddress(), "http://shared");
+}
+
+TEST(MountSettings, ARelayThatDefaultNamesAsWellStays) {
+    Set(Defaults(), "Relay", "http://shared");
+    const auto mount = mount_with({});
+    Set(mount->GetConfigNode(), "Relay", "http://shared");
+    EXPECT_EQ(mount->RelayAddress(), "http://shared");
+}
+
+TEST(MountSettings, AnEmptyRelayLineDoesNotHideTheOthersOfTheSection) {
+    Set(Defaults(), "Relay", "http://shared");
+    const auto mount = mount_with({{"Relay", ""}, {"Relay", "http://own"}});
+    EXPECT_EQ(mount->RelayAddress(), "http://own");
+    mount->RemoveRelayAddress("http://own");
     EXPECT_EQ(mount->RelayAddress(), "");
 }
 
