@@ -2,6 +2,7 @@
 #include "accounts/UserList.h"
 #include "core/Clock.h"
 #include "http/Request.h"
+#include "http/Response.h"
 #include "media/Metadata.h"
 #include "media/PacketBuffer.h"
 #include "streaming/Mount.h"
@@ -10,6 +11,7 @@
 #include "streaming/ReceiverList.h"
 #include "support/Broadcaster.h"
 #include "support/LogLines.h"
+#include "support/ReceiverProbe.h"
 #include "support/Sections.h"
 
 #include <gtest/gtest.h>
@@ -112,8 +114,7 @@ TEST_F(MountListeners, AStrangerCannotLeave) {
     EXPECT_EQ(MountList::TotalReceivers(), 0U);
 }
 
-// ---- Refusals
-// ----------------------------------------------------------------------------------------
+// ---- Refusals -----------------------------------------------------------------------------------
 
 TEST_F(MountListeners, ABannedClientIsRefused) {
     UserList::GetBanUser()->AddProperty(1, "127.0.0.1", User::IP);
@@ -171,6 +172,17 @@ TEST_F(MountListeners, AnAddressLimitOfZeroOrLessIsNone) {
     }
 }
 
+TEST_F(MountListeners, ABanIsNamedBeforeAMissingLoginAndThatBeforeAFullMount) {
+    set("UserMax", "0");
+    set("Auth", "1");
+    UserList::GetBanUser()->AddProperty(1, "*", User::ALL);
+    EXPECT_EQ(knock(), Admission::BANNED);
+    UserList::GetBanUser()->RemoveMount(1);
+    EXPECT_EQ(knock(), Admission::NOT_AUTHORIZED);
+    set("Auth", "");
+    EXPECT_EQ(knock(), Admission::FULL);
+}
+
 TEST_F(MountListeners, ControlBytesOfAClientDoNotReachTheLog) {
     set("UserMax", "0");
     LoopbackPair pair;
@@ -183,8 +195,7 @@ TEST_F(MountListeners, ControlBytesOfAClientDoNotReachTheLog) {
     EXPECT_EQ(log.All().back().find_first_of("\t\x01"), std::string::npos);
 }
 
-// ---- Wrapping
-// ----------------------------------------------------------------------------------------
+// ---- Wrapping -----------------------------------------------------------------------------------
 
 TEST_F(MountListeners, WhoTakesOnlyFlvIsToGetTheStreamWrapped) {
     EXPECT_EQ(knock(call("Accept: video/x-flv\r\n")), Admission::ADMITTED_AS_FLV);
@@ -192,8 +203,7 @@ TEST_F(MountListeners, WhoTakesOnlyFlvIsToGetTheStreamWrapped) {
     EXPECT_EQ(knock(call("Accept: text/html\r\n")), Admission::ADMITTED);
 }
 
-// ---- Bitrate limit
-// -----------------------------------------------------------------------------------
+// ---- Bitrate limit ------------------------------------------------------------------------------
 
 struct BitrateLimit : MountListeners {
     Broadcaster source{"Content-Type: application/test\r\n"};
@@ -236,6 +246,13 @@ TEST_F(BitrateLimit, NobodyIsRefusedInTheFirstTwentySeconds) {
     EXPECT_EQ(knock(), Admission::ABOVE_BITRATE);
 }
 
+TEST_F(BitrateLimit, ItIsNamedBeforeAMissingLogin) {
+    set("Auth", "1");
+    send(20000);
+    Clock::Advance(21);
+    EXPECT_EQ(knock(), Admission::ABOVE_BITRATE);
+}
+
 TEST_F(BitrateLimit, ZeroIsNoLimit) {
     set("AvgBitrateLimit", "0");
     send(20000);
@@ -243,8 +260,7 @@ TEST_F(BitrateLimit, ZeroIsNoLimit) {
     EXPECT_EQ(knock(), Admission::ADMITTED);
 }
 
-// ---- Reserves
-// ----------------------------------------------------------------------------------------
+// ---- Reserves -----------------------------------------------------------------------------------
 
 // Listeners that come the whole way, so that some of them are known as reserved.
 struct Reserves : MountListeners {
@@ -286,6 +302,29 @@ TEST_F(Reserves, AReservedListenerTakesThePlaceOfWhoListensLongest) {
     first->Process();
     EXPECT_EQ(mount->ReceiverSize(), 2U);
     EXPECT_EQ(first->Status(), 3);
+}
+
+TEST_F(Reserves, OfEquallyLongListenersTheFirstByIdGoes) {
+    set("UserMax", "3");
+    visit("ear");
+    visit("ear");
+    visit("ear");
+    const auto listeners = mount->GetReceiverList(); // by id
+    visit("vip");
+    for (const auto& listener : listeners)
+        listener->Process();
+    EXPECT_EQ(listeners.front()->Status(), 3);
+    EXPECT_EQ(mount->ReceiverSize(), 3U);
+}
+
+TEST_F(Reserves, AListenerThatLeavesByAnErrorIsLoggedWithIt) {
+    const auto listener = visit("ear");
+    ReceiverProbe{*listener}.GetResponse()->SetLastError(110);
+    mount->UnregisterReceiver(listener);
+    EXPECT_EQ(log.All().back(), "<127.0.0.1> Connection Closed (Connection timed out) [U: "
+                                "Anonymous] [L: 0] {" +
+                                    std::to_string(listener->BytesSent()) +
+                                    " bytes} (0 secs) [I: " + listener->GetUUID() + "]");
 }
 
 TEST_F(Reserves, AmongReservedListenersNobodyMakesRoom) {

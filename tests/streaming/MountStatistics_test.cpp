@@ -43,8 +43,7 @@ struct MountStatisticsTest : testing::Test {
 using Titles = std::vector<std::string>;
 } // namespace
 
-// ---- Songs
-// -----------------------------------------------------------------------------------------
+// ---- Songs --------------------------------------------------------------------------------------
 
 TEST_F(MountStatisticsTest, WithoutARecordAnEmptyOneStandsIn) {
     ASSERT_NE(mount->GetMetaData(), nullptr);
@@ -108,8 +107,7 @@ TEST_F(MountStatisticsTest, WithAHistoryOfZeroItStaysEmpty) {
     EXPECT_EQ(history(), Titles{});
 }
 
-// ---- Quarter hours
-// -----------------------------------------------------------------------------------
+// ---- Quarter hours ------------------------------------------------------------------------------
 
 TEST_F(MountStatisticsTest, AListenerOfTheWholeQuarterCounts) {
     join();
@@ -153,8 +151,7 @@ TEST_F(MountStatisticsTest, TheMeanRunsOverAllQuartersAndIsRoundedUp) {
     EXPECT_EQ(mount->AvgQuarterHour(), 2U);
 }
 
-// ---- Sessions
-// ------------------------------------------------------------------------------------------
+// ---- Sessions -----------------------------------------------------------------------------------
 
 TEST_F(MountStatisticsTest, ASessionOf59SecondsLeavesTheMeanAsItWas) {
     const auto listener = join();
@@ -212,8 +209,7 @@ TEST_F(MountStatisticsTest, TheSnapshotShowsLimitsAndListeners) {
     EXPECT_EQ(figures.bitrate, 0U);
 }
 
-// ---- Fingerprint
-// ---------------------------------------------------------------------------------------
+// ---- Fingerprint --------------------------------------------------------------------------------
 
 TEST_F(MountStatisticsTest, FingerprintWithoutARecord) {
     EXPECT_EQ(mount->ToString(), "00Unnamed Streamapplication/octet-stream0");
