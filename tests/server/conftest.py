@@ -68,6 +68,18 @@ def recordings(tmp_path_factory):
     return make_recordings(run / "recordings")
 
 
+def pytest_configure(config):
+    config.addinivalue_line("markers", "waits(seconds): the test spends this time waiting for a rule of the server")
+
+
+def pytest_collection_modifyitems(items):
+    """The longest waits come first, so that parallel workers begin them at once and do the rest meanwhile."""
+    def seconds(item):
+        marker = item.get_closest_marker("waits")
+        return marker.args[0] if marker else 0
+    items.sort(key=seconds, reverse=True)
+
+
 @pytest.hookimpl(tryfirst=True, hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     """Lets fixtures know that their test has failed."""

@@ -19,3 +19,11 @@ def ban(address):
 
 def user_file(*accounts, banned=""):
     return f'<userlist version="1.0">{banned}<users>{"".join(accounts)}</users></userlist>'
+
+
+def pseudo_user(element, *filters):
+    """The pseudo user `banned` or `reserve`; filters are (mount, type, text)."""
+    properties = "".join(f'<property mount="{mount}"><filter type="{kind}">{escape(text)}</filter></property>'
+                         for mount, kind, text in filters)
+    return (f"<{element}><username>{element}</username><usergroup>Anonymous</usergroup>"
+            f"<properties>{properties}</properties></{element}>")
