@@ -39,7 +39,8 @@ class Server:
     """One run of the program at a time; start() again after stop() is a second run in the same directory.
 
     `settings` is a list of pairs or a mapping, or a function that makes it from the server (for its ports). It is
-    added to the defaults below; a value None takes a default out, a list repeats a key. `config` replaces the whole file, False leaves it away. `users` is the text of the user
+    added to the defaults below; a value None takes a default out, a list repeats a key. `config` replaces the whole
+    file (a text, or a function that makes it from the server); False leaves it away. `users` is the text of the user
     file. `arguments` replaces the command line, by default the path of the configuration file.
     `console=True` keeps standard input open for say(); otherwise the server finds it at its end.
     """
@@ -58,8 +59,10 @@ class Server:
         self.process = None
         self.returncode = None
         self._awaited = [self.port]  # bound one after the other
+        if config is None:
+            config = self._settings_text(settings)
         if config is not False:
-            self.write("quillwave.conf", self._settings_text(settings) if config is None else config)
+            self.write("quillwave.conf", config(self) if callable(config) else config)
         if users is not None:
             self.write("quillwave-users.xml", users)
 
