@@ -22,7 +22,7 @@ void add_pair(std::string_view piece, std::map<std::string, std::string>& fields
 std::map<std::string, std::string> parse_form(std::string_view body) {
     std::map<std::string, std::string> fields;
     if (body.size() < SMALLEST) return fields;
-    while (!body.empty()) {
+    for (std::size_t i = 0; i < MOST_FORM_PIECES && !body.empty(); ++i) {
         const std::size_t end = body.find('&');
         add_pair(body.substr(0, end), fields);
         body.remove_prefix(end == std::string_view::npos ? body.size() : end + 1);

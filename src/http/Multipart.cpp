@@ -92,7 +92,7 @@ std::optional<MultipartForm> parse_multipart(std::string_view body, const std::s
     std::size_t at = body.find(delimiter);
     if (at == std::string_view::npos) return {};
     MultipartForm form;
-    while (at != std::string_view::npos) {
+    for (std::size_t i = 0; i < MOST_FORM_PARTS && at != std::string_view::npos; ++i) {
         body.remove_prefix(at + delimiter.size());
         if (body.starts_with("--")) break;
         at = body.find(delimiter);

@@ -38,3 +38,12 @@ TEST(FormBody, FewerThanTwoBytesAreSkipped) {
     EXPECT_THAT(parse_form(""), IsEmpty());
     EXPECT_THAT(parse_form("=v"), ElementsAre(Pair("", "v")));
 }
+
+TEST(FormBody, PiecesBeyondTheMostAreDropped) {
+    std::string body;
+    for (std::size_t i = 0; i <= MOST_FORM_PIECES; ++i)
+        body += std::to_string(i) + "=&";
+    const auto fields = parse_form(body);
+    EXPECT_EQ(fields.size(), MOST_FORM_PIECES);
+    EXPECT_FALSE(fields.contains(std::to_string(MOST_FORM_PIECES)));
+}

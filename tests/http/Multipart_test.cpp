@@ -107,3 +107,12 @@ TEST(Multipart, BodyThatIsOnlyTheDelimiterIsEmpty) {
     EXPECT_THAT(parse_multipart("--b", "b")->fields, IsEmpty());
     EXPECT_THAT(parse_multipart("--b--b--b", "b")->fields, IsEmpty());
 }
+
+TEST(Multipart, PartsBeyondTheMostAreDropped) {
+    std::string body;
+    for (std::size_t i = 0; i <= MOST_FORM_PARTS; ++i)
+        body += field(std::to_string(i), "");
+    const auto form = parse_multipart(body + "--b--", "b");
+    EXPECT_EQ(form->fields.size(), MOST_FORM_PARTS);
+    EXPECT_FALSE(form->fields.contains(std::to_string(MOST_FORM_PARTS)));
+}
