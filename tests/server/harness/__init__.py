@@ -10,6 +10,8 @@ icy       ICY metadata blocks, put into a stream and taken out of it
 flv       FlvReader: tags of the FLV container
 source    Source: an encoder on a thread; IcySource, HttpSource
 listener  Listener: a player; the audio and titles of what a mount sends
+station   a station on the air, and small steps with it
+operator  the console words that reload and save
 programs  Program: an encoder or a player of others, such as ffmpeg
 recordings  streams encoded by ffmpeg, of every kind
 compare   finds what was heard in what was sent

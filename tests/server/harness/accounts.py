@@ -17,8 +17,8 @@ def ban(address):
             f'<property mount="-1"><filter type="IP">{address}</filter></property></properties></banned>')
 
 
-def user_file(*accounts, banned=""):
-    return f'<userlist version="1.0">{banned}<users>{"".join(accounts)}</users></userlist>'
+def user_file(*accounts, banned="", reserve=""):
+    return f'<userlist version="1.0">{banned}{reserve}<users>{"".join(accounts)}</users></userlist>'
 
 
 def pseudo_user(element, *filters):
