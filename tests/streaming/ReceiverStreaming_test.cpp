@@ -516,6 +516,7 @@ TEST_F(Limits, AnOrphanIsLoggedAndEnds) {
     EXPECT_TRUE(log.Wait("Orphan instance of Reciever, this is certainly not intended. [I: " +
                          listener->receiver->GetUUID() + "]"));
     air.mount->UnregisterReceiver(listener->receiver);
+    listener->Slice(); // leaves the buffer
 }
 
 } // namespace
