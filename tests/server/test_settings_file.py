@@ -159,7 +159,7 @@ def test_number_of_a_vanished_mount_serves_again(start_server):
             reload(server)
             assert status_of(server, "/back") == 200
         assert server.read(CONF).count("SourceMount2=/back\n") == 1
-        assert status_of(server, "/stream/2") == 503
+        comes_true(server, lambda: status_of(server, "/stream/2") == 503)
 
 
 def test_reload_of_an_unchanged_file_changes_nothing(start_server):

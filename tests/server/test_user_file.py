@@ -72,10 +72,11 @@ def test_user_file_holds_the_accounts_in_the_order_of_their_names(start_server):
         account_lines("boss", "secret", "Administrator", EVERYWHERE))
 
 
-def test_account_that_exists_already_gets_no_rights_from_a_second_mount(start_server):
+def test_mounts_share_an_account_when_they_give_the_same_password(start_server):
     settings = [*mount("/live", User="dj", Pass="first"), *mount("/more", 2, User="dj", Pass="first"),
                 *mount("/most", 3, User="dj", Pass="another")]
-    assert written_users(start_server, settings) == file_of(account_lines("dj", "first", "Mount Manager", (1, "All", "*")))
+    assert written_users(start_server, settings) == file_of(
+        account_lines("dj", "first", "Mount Manager", (1, "All", "*"), (2, "All", "*")))
 
 
 def test_file_is_read_at_the_start_and_written_as_it_was(start_server):
