@@ -2,28 +2,94 @@
 
 #include "core/OSTools.h"
 
+#include <utility>
+
 namespace html {
 
-std::string element(const std::string& name, const std::string& attributes,
-                    const std::string& markup) {
-    const std::string words = attributes.empty() ? "" : " " + attributes;
-    return "<" + name + words + ">" + markup + "</" + name + ">";
+namespace {
+
+std::string open_tag(const std::string& name, const Attributes& attributes) {
+    std::string tag = "<" + name;
+    for (const Attribute& attribute : attributes) {
+        tag += " " + attribute.name;
+        if (attribute.value) tag += "=\"" + html_encode(*attribute.value) + "\"";
+    }
+    return tag;
 }
 
-std::string div(const std::string& attributes, const std::string& markup) {
-    return element("div", attributes, markup);
+} // namespace
+
+Markup::Markup(const std::string& text) : words(html_encode(text)) {}
+
+Markup::Markup(const char* text) : words(html_encode(text)) {}
+
+Markup& Markup::operator+=(const Markup& more) {
+    words += more.words;
+    return *this;
 }
 
-std::string link(const std::string& address, const std::string& text) {
-    return element("a", "href=\"" + html_encode(address) + "\"", html_encode(text));
+Markup raw(std::string written) {
+    Markup markup;
+    markup.words = std::move(written);
+    return markup;
 }
 
-std::string list(const std::string& attributes, const std::string& markup) {
-    return element("ul", attributes, markup);
+Markup operator+(Markup first, const Markup& second) {
+    first += second;
+    return first;
 }
 
-std::string item(const std::string& attributes, const std::string& markup) {
-    return element("li", attributes, markup);
+Markup element(const std::string& name, const Attributes& attributes, const Markup& content) {
+    return raw(open_tag(name, attributes) + ">" + content.str() + "</" + name + ">");
+}
+
+Markup element(const std::string& name, const Markup& content) {
+    return element(name, {}, content);
+}
+
+Markup single(const std::string& name, const Attributes& attributes) {
+    return raw(open_tag(name, attributes) + " />");
+}
+
+Markup div(const Attributes& attributes, const Markup& content) {
+    return element("div", attributes, content);
+}
+
+Markup anchor(const std::string& address, const Markup& content) {
+    return element("a", {{"href", address}}, content);
+}
+
+Markup list(const Attributes& attributes, const Markup& items) {
+    return element("ul", attributes, items);
+}
+
+Markup item(const Attributes& attributes, const Markup& content) {
+    return element("li", attributes, content);
+}
+
+Markup script(const std::string& code) {
+    return element("script", {{"type", "text/javascript"}}, raw(code));
+}
+
+Markup form(const Markup& content) { return element("form", {{"method", "post"}}, content); }
+
+Markup table(const Attributes& attributes, const Markup& rows) {
+    return element("table", attributes, rows);
+}
+
+Markup row(const Attributes& attributes, const Markup& cells) {
+    return element("tr", attributes, cells);
+}
+
+Markup cell(const Attributes& attributes, const Markup& content) {
+    return element("td", attributes, content);
+}
+
+Markup cell(const Markup& content) { return cell({}, content); }
+
+Markup label_row(const Markup& label, const Markup& value) {
+    return row({{"class", "tableViewCol"}},
+               cell({{"class", "tableViewIndex"}}, label) + cell(value));
 }
 
 } // namespace html

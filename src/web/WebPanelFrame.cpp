@@ -1,7 +1,5 @@
 // The frame around every page: head, menus, bar and footer.
 
-#include "accounts/User.h"
-#include "accounts/UserList.h"
 #include "core/OSTools.h"
 #include "http/Request.h"
 #include "streaming/MountList.h"
@@ -10,26 +8,26 @@
 
 #include <cstdint>
 
+using html::anchor;
 using html::div;
 using html::element;
 using html::item;
 using html::list;
+using html::Markup;
+using html::raw;
+using html::single;
 
 namespace {
 
 // The project's own site, where the directory and the community are.
 const std::string OUTSIDE_SITE = "https://quillwave.example";
 
+// Up to the head: the end tags stand in the footer.
 const std::string DOCTYPE = "<!DOCTYPE html>\n"
                             "<html xmlns=\"http://www.w3.org/1999/xhtml\">";
 
-const std::string HEAD_LINKS = "<meta charset=\"UTF-8\" />"
-                               "<link rel=\"shortcut icon\" href=\"/favicon.ico\" />"
-                               "<link rel=\"stylesheet\" type=\"text/css\" "
-                               "href=\"/stylesheets/main.css\" />";
-
 // toggle(alertString, level) shows the alert box with a text, or hides it again.
-const std::string ALERT_SCRIPT = R"(<script type="text/javascript">
+const std::string ALERT_SCRIPT = R"(
 function toggle(alertString, level) {
   var alertBox = document.getElementById("pageAlert");
   var inner = document.getElementById("innerAlert");
@@ -42,68 +40,86 @@ function toggle(alertString, level) {
     inner.innerHTML = alertString;
   }
 }
-</script>)";
+)";
 
-const std::string ALERT_BOX =
-    R"(<div class="pageAlert" id="pageAlert" style="display: none;">)"
-    R"(<div class="innerAlert" id="innerAlert">)"
-    R"html(<a style="float: right;" href="javascript:toggle()">Close</a></div></div>)html";
-
-const std::string PICTURES =
-    R"(<img src="/images/logo.png" width="96" height="87" alt="Quill" />)"
-    R"(<img src="/images/quillwave.png" class="ferncrossing" alt="wave" />)";
-
-std::string page_title(const std::string& title) {
-    const std::string words = "Quillwave Multimedia Server" + (title.empty() ? "" : " - " + title);
-    return element("title", "", html_encode(words));
+Markup head_links() {
+    return single("meta", {{"charset", "UTF-8"}}) +
+           single("link", {{"rel", "shortcut icon"}, {"href", "/favicon.ico"}}) +
+           single("link",
+                  {{"rel", "stylesheet"}, {"type", "text/css"}, {"href", "/stylesheets/main.css"}});
 }
 
-// "a <span>3</span> listeners": a live figure, with its word in the right number.
-std::string counted(const std::string& id, std::uint64_t count, const std::string& word) {
-    return element("span", "id=\"" + id + "\"", tostring(count)) + " " + word +
-           (count == 1 ? "" : "s");
+Markup pictures() {
+    return single(
+               "img",
+               {{"src", "/images/logo.png"}, {"width", "96"}, {"height", "87"}, {"alt", "Quill"}}) +
+           single("img",
+                  {{"src", "/images/quillwave.png"}, {"class", "ferncrossing"}, {"alt", "wave"}});
+}
+
+Markup alert_box() {
+    const Markup close =
+        element("a", {{"style", "float: right;"}, {"href", "javascript:toggle()"}}, "Close");
+    return div({{"class", "pageAlert"}, {"id", "pageAlert"}, {"style", "display: none;"}},
+               div({{"class", "innerAlert"}, {"id", "innerAlert"}}, close));
+}
+
+Markup page_title(const std::string& title) {
+    return element("title", "Quillwave Multimedia Server" + (title.empty() ? "" : " - " + title));
+}
+
+// "<span>3</span> listeners": a live figure, with its word in the right number.
+Markup counted(const std::string& id, std::uint64_t count, const std::string& word) {
+    return element("span", {{"id", id}}, tostring(count) + " " + word + (count == 1 ? "" : "s"));
 }
 
 std::string build_year() { return tostring(BuildTime().tm_year + 1900); }
 
 } // namespace
 
-std::string WebPanel::get_page_header(const std::string& title) const {
-    const std::string head = page_title(title) + HEAD_LINKS + ALERT_SCRIPT + "\n";
-    return DOCTYPE + element("head", "", head) + "<body><div class=\"pageBackground\">" +
-           div(R"(class="headerBar")", PICTURES + site_menu()) + ALERT_BOX + page_bar() +
-           "<div id=\"displayArea\" style=\"overflow: auto;\">";
+Markup WebPanel::get_page_header(const std::string& title) const {
+    const Markup player = has_player() ? create_player_script() : Markup();
+    const Markup head = page_title(title) + head_links() + player + html::script(ALERT_SCRIPT) +
+                        raw("\n") + head_extra;
+    return raw(DOCTYPE) + element("head", head) + raw("<body><div class=\"pageBackground\">") +
+           div({{"class", "headerBar"}}, pictures() + site_menu()) + alert_box() + page_bar() +
+           raw("<div id=\"displayArea\" style=\"overflow: auto;\">");
 }
 
-std::string WebPanel::get_page_footer() const {
-    const std::string site_map = item("", html::link("/admin", "Admin") + create_admin_menu()) +
-                                 item("", html::link(OUTSIDE_SITE + "/?req=dir", "Directory")) +
-                                 item("", html::link("/about", "About") + create_about_menu());
-    const std::string terms =
-        div(R"(class="footerTermsCW")", "Copyright &copy; " + build_year() + " Quillwave");
-    return "</div><div class=\"push\"></div></div>" +
-           div(R"(class="footerBar")", list(R"(class="footerSiteMap")", site_map) + terms) +
-           "</body></html>";
+Markup WebPanel::get_page_footer() const {
+    const Markup player = has_player() ? create_swf_player() : Markup();
+    const Markup site_map = item({}, anchor("/admin", "Admin") + create_admin_menu()) +
+                            item({}, anchor(OUTSIDE_SITE + "/?req=dir", "Directory")) +
+                            item({}, anchor("/about", "About") + create_about_menu());
+    const Markup terms =
+        div({{"class", "footerTermsCW"}}, raw("Copyright &copy; ") + build_year() + " Quillwave");
+    return player + raw("</div>") + div({{"class", "push"}}, {}) + raw("</div>") +
+           div({{"class", "footerBar"}}, list({{"class", "footerSiteMap"}}, site_map) + terms) +
+           raw("</body></html>");
 }
 
-std::string WebPanel::site_menu() const {
+bool WebPanel::has_player() const {
+    return player_enabled && request && request->GetQuery("lp").empty();
+}
+
+Markup WebPanel::site_menu() const {
     struct Entry {
         std::string name;
         std::string address;
-        std::string menu = {};
+        Markup menu = {};
     };
     const Entry entries[] = {{"Home", "/"},
                              {"Admin", "/admin", create_admin_menu()},
                              {"Directory", OUTSIDE_SITE + "/?req=dir"},
                              {"About", "/about", create_about_menu()}};
     const std::string selected = selected_section();
-    std::string items;
+    Markup items;
     for (const Entry& entry : entries) {
-        const std::string mark = entry.name == selected ? R"( id="siteMenuItemSelected")" : "";
-        items += item(R"(class="siteMenuItem")" + mark,
-                      html::link(entry.address, entry.name) + entry.menu);
+        html::Attributes attributes = {{"class", "siteMenuItem"}};
+        if (entry.name == selected) attributes.push_back({"id", "siteMenuItemSelected"});
+        items += item(attributes, anchor(entry.address, entry.name) + entry.menu);
     }
-    return list(R"(class="siteMenu")", items);
+    return list({{"class", "siteMenu"}}, items);
 }
 
 std::string WebPanel::selected_section() const {
@@ -112,33 +128,23 @@ std::string WebPanel::selected_section() const {
     return path.starts_with("/about") ? "About" : "Home";
 }
 
-std::string WebPanel::page_bar() const {
+Markup WebPanel::page_bar() const {
     const std::string name = request ? request->User() : "";
-    const std::string welcome = name.empty() ? "" : "Welcome " + html_encode(name) + "! &nbsp;";
-    return div(R"(class="pageBar")",
+    const Markup welcome = name.empty() ? Markup() : "Welcome " + Markup(name) + raw("! &nbsp;");
+    return div({{"class", "pageBar"}},
                welcome + "Currently there is " +
                    counted("activeSources", MountList::TotalActiveMounts(), "active source") +
                    " with " + counted("totalNodes", MountList::TotalReceivers(), "listener") + "!");
 }
 
 // For administrators only.
-std::string WebPanel::create_admin_menu() const {
-    if (!request || UserList::Get(request)->GetGroup() != User::ADMINISTRATOR) return {};
-    return list("", item("", html::link("/admin/users", "Users")) +
-                        item("", html::link("/admin/log", "Event Log")));
+Markup WebPanel::create_admin_menu() const {
+    if (!is_admin()) return {};
+    return list({}, item({}, anchor("/admin/users", "Users")) +
+                        item({}, anchor("/admin/log", "Event Log")));
 }
 
-std::string WebPanel::create_about_menu() const {
-    return list("", item("", html::link(OUTSIDE_SITE + "/?req=get", "Broadcast")) +
-                        item("", html::link(OUTSIDE_SITE + "/?req=community", "Community")));
-}
-
-// A titled box around markup, or around plain words, which get a frame of their own.
-std::string WebPanel::create_mb(const std::string& markup, const std::string& title) const {
-    const std::string heading = html_encode(title);
-    if (markup.starts_with("<"))
-        return div(R"(class="messageBox")", element("h2", "", heading) + markup);
-    return div(R"(class="messageBox")",
-               element("h2", R"(style="border-bottom: solid 1px #202066;")", heading) +
-                   div(R"(class="valueDisplay")", markup));
+Markup WebPanel::create_about_menu() const {
+    return list({}, item({}, anchor(OUTSIDE_SITE + "/?req=get", "Broadcast")) +
+                        item({}, anchor(OUTSIDE_SITE + "/?req=community", "Community")));
 }

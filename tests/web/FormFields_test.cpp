@@ -1,0 +1,45 @@
+#include "web/FormFields.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(FormField, AttributesStandInTheirOrder){
+    EXPECT_EQ(create_form_field({.type = FieldType::TEXT,
+                                 .name = "n",
+                                 .value = "<v>",
+                                 .disabled = true,
+                                 .style = "s",
+                                 .id = "i",
+                                 .class_name = "c",
+                                 .onclick = "o()"})
+                  .str(),
+              R"(<input type="text" class="c" id="i" name="n" value="&lt;v&gt;" style="s" )"
+              R"(onclick="o()" disabled /
+                  >) ");
+}
+
+TEST(FormField, WhatIsEmptyIsLeftOutButForTheName) {
+    EXPECT_EQ(create_form_field({.type = FieldType::SUBMIT}).str(),
+              R"(<input type="submit" name="" />)");
+}
+
+TEST(ComboField, OptionsStandInTheOrderOfTheirValues) {
+    EXPECT_EQ(create_combo_field({.name = "n",
+                                  .options = {{"2", "two"}, {"10", "<ten>"}},
+                                  .selected = "2",
+                                  .disabled = true,
+                                  .style = "s",
+                                  .id = "i",
+                                  .class_name = "c"})
+                  .str(),
+              R"(<select id="i" class="c" name="n" style="s" disabled>)"
+              R"(<option value="10">&lt;ten&gt;</option>)"
+              R"(<option value="2" selected>two</option></select>)");
+}
+
+TEST(ComboField, WithoutANameItIsNotSubmitted) {
+    EXPECT_EQ(create_combo_field({.id = "i"}).str(), R"(<select id="i"></select>)");
+}
+
+} // namespace
