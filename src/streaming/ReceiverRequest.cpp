@@ -128,7 +128,8 @@ bool Receiver::refused_by_method() {
     Response& answer = start_answer(405);
     answer.SetHeader("Allow", "GET,HEAD,POST,PUT,OPTIONS,SOURCE");
     answer.SendHeader(WebPanel(request).BuildErrorPage(
-        405, "", "An inappropriate method was requested.  See 'Allow' Header for more details."));
+        405, "",
+        html::raw("An inappropriate method was requested.  See 'Allow' Header for more details.")));
     LogWrite(2) << peer() << "Invalid Method Requested [" << request->MethodString() << "] "
                 << asked_for() << std::endl;
     conclude();

@@ -53,9 +53,9 @@ int WebPanel::ProcessRequest() { return NOT_A_PAGE; }
 bool WebPanel::HasNews() const { return true; }
 
 std::string WebPanel::BuildErrorPage(int code, const std::string& title,
-                                     const std::string& message) {
+                                     const html::Markup& message) {
     const std::string heading = title.empty() ? StatusText(code) : title;
-    const std::string words = message.empty() ? StatusText(code) : message;
+    const Markup words = message.empty() ? Markup(StatusText(code)) : message;
     return (get_page_header(heading) + create_mb(words, heading) + get_page_footer()).str();
 }
 

@@ -50,7 +50,7 @@ public:
 
     // A whole page about a refusal, not sent. An empty title or message is replaced by the reason
     // text of `code`; throws std::out_of_range for a code that has none.
-    std::string BuildErrorPage(int code, const std::string& title, const std::string& message);
+    std::string BuildErrorPage(int code, const std::string& title, const html::Markup& message);
 
     // ---- Answers (WebPanelAnswers.cpp) ----
     void page_wrap(const html::Markup& content, const std::string& title, unsigned int status);

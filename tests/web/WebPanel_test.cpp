@@ -36,7 +36,7 @@ TEST(ErrorPage, TheTitleStandsInTheHeadAndOverTheWords) {
 }
 
 TEST(ErrorPage, MarkupGetsAPlainBox) {
-    EXPECT_TRUE(holds(WebPanel(nullptr).BuildErrorPage(404, "Title", "<p>Words</p>"),
+    EXPECT_TRUE(holds(WebPanel(nullptr).BuildErrorPage(404, "Title", html::raw("<p>Words</p>")),
                       "<div class=\"messageBox\"><h2>Title</h2><p>Words</p></div>"));
 }
 
@@ -104,12 +104,12 @@ TEST(ErrorPage, EveryTagThatOpensCloses) {
 }
 
 TEST(ErrorPage, TheBarCountsSourcesAndListeners) {
-    EXPECT_TRUE(holds(error_page(), "Currently there is <span id=\"activeSources\">0</span> active "
-                                    "sources with <span id=\"totalNodes\">0</span> listeners!"));
+    EXPECT_TRUE(holds(error_page(), "Currently there is <span id=\"activeSources\">0 active sources"
+                                    "</span> with <span id=\"totalNodes\">0 listeners</span>!"));
     MountList::IncTotalActiveMounts(1);
     MountList::IncTotalReceivers(1);
-    EXPECT_TRUE(holds(error_page(), "Currently there is <span id=\"activeSources\">1</span> active "
-                                    "source with <span id=\"totalNodes\">1</span> listener!"));
+    EXPECT_TRUE(holds(error_page(), "Currently there is <span id=\"activeSources\">1 active source"
+                                    "</span> with <span id=\"totalNodes\">1 listener</span>!"));
 }
 
 TEST(ErrorPage, TheSectionOfThePathIsSelected) {
