@@ -2,11 +2,12 @@
 """Builds and runs every stage of the tests and adds up what passed and failed.
 
 A stage that cannot even build or start counts as one failure. Results come from the JUnit files
-that ctest and pytest write, and from the exit status of each fuzz target.
+that ctest and pytest write, from the TAP file of the browser's tests, and from the exit status of each fuzz target.
 """
 import argparse
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import time
@@ -55,6 +56,16 @@ def counts(junit):
     return passed, failed
 
 
+def tap_counts(tap, status):
+    """(passed, failed) of the closing lines of a TAP file. What did not run to its end counts as failed, and so does
+    a run that ended badly with all its tests in order: a server that died after the last of them, or leaked."""
+    found = dict(re.findall(r"^# (\w+) (\d+)$", tap.read_text(), re.MULTILINE))
+    if int(found.get("tests", 0)) == 0:
+        raise StageFailed(f"{tap.name} holds no test")
+    passed = int(found["pass"])
+    return passed, max(int(found["tests"]) - passed, int(status != 0))
+
+
 def unit(preset):
     build(preset, "quillwave_tests")
     junit = RESULTS / f"unit-{preset}.xml"
@@ -94,12 +105,21 @@ def fuzz():
     return passed, failed
 
 
+def browser(preset):
+    build(preset, "quillwave")
+    tap = RESULTS / f"browser-{preset}.tap"
+    status = run("tests/browser/run", check=False,
+                 env={"QUILLWAVE_BIN": str(BUILD / preset / "quillwave"), "RESULTS": str(tap)})
+    return tap_counts(tap, status)
+
+
 STAGES = {
     "headers": headers,
     "unit-asan": lambda: unit("asan"),
     "server-asan": lambda: server("asan"),
     "unit-tsan": lambda: unit("tsan"),
     "server-tsan": lambda: server("tsan"),
+    "browser": lambda: browser("asan"),
     "fuzz": fuzz,
 }
 
