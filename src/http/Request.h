@@ -60,6 +60,8 @@ public:
     bool Valid() const EXCLUDES(field_lock);
     // HTTP/1.1 without "Connection: close"; false until the head is parsed.
     bool KeepAlive() const { return keep_alive; }
+    // The connection is to end with the answer to this request.
+    void ForgoKeepAlive() { keep_alive = false; }
     bool IsShoutcastSource() const { return false; }
 
     int Protocol() const { return protocol; }

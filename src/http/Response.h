@@ -42,6 +42,8 @@ public:
     // that was taken, or -1. Without Content-Length an HTTP/1.1 answer is chunked from here on.
     // Throws std::out_of_range for a status without a text. The header fields are gone afterwards.
     int SendHeader(const std::string& body);
+    // The same for a body whose length is among the header fields already, at its place there.
+    int SendDocument(const std::string& body);
     // Sends, queues behind what waits what the socket does not take: the length, or -1. `flags` as
     // of send(2). No chunk framing.
     int Send(const std::vector<char>* data, unsigned long length, int flags);

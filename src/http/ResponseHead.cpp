@@ -31,6 +31,10 @@ std::string line(const std::string& text) { return text + "\r\n"; }
 
 int Response::SendHeader(const std::string& body) {
     if (!body.empty() && protocol == HTTP) open_head().set("Content-Length", tostring(body.size()));
+    return SendDocument(body);
+}
+
+int Response::SendDocument(const std::string& body) {
     std::string text = status == 400 && protocol == HTTP ? bad_request_document() : build_head();
     head.reset();
     const bool with_body = !body.empty() && request->Method() != Request::METHOD_HEAD;

@@ -32,7 +32,9 @@ std::vector<std::shared_ptr<Mount>> mounts_managed_by(const std::shared_ptr<User
 
 } // namespace
 
-WebPanel::WebPanel(std::shared_ptr<Request> request_to_answer) { SetRequest(request_to_answer); }
+WebPanel::WebPanel(const std::shared_ptr<Request>& request_to_answer) {
+    SetRequest(request_to_answer);
+}
 
 WebPanel::~WebPanel() {
     if (log_receiver_id >= 0) Log::RemoveLogReceiver(log_receiver_id, Log::EVENT_LOG);
@@ -47,8 +49,86 @@ void WebPanel::SetRequest(const std::shared_ptr<Request>& request_to_answer) {
 
 bool WebPanel::is_admin() const { return user->GetGroup() == User::ADMINISTRATOR; }
 
-// No path is the panel's own yet: every request goes on to the mounts.
-int WebPanel::ProcessRequest() { return NOT_A_PAGE; }
+// ---- Routes -------------------------------------------------------------------------------------
+
+// Tried from the top; the first that does not go on has answered. The method plays no part.
+const WebPanel::Route WebPanel::ROUTES[] = {
+    {Match::IS, "/robots.txt", &WebPanel::send_robots},
+    {Match::IS, "/crossdomain.xml", &WebPanel::send_crossdomain},
+    {Match::IS, "/index.html", &WebPanel::send_home_page},
+    {Match::IS, "/", &WebPanel::show_home_unless_mount},
+    {Match::STARTS_WITH, "/view/", &WebPanel::show_view},
+    {Match::STARTS_WITH, "/about", &WebPanel::send_about_page},
+    {Match::STARTS_WITH, "/admin", &WebPanel::show_admin},
+    {Match::IS, "/status.xml", &WebPanel::show_xml_feed},
+    {Match::IS, "/status.json", &WebPanel::show_json_feed},
+    {Match::IS, "/7", &WebPanel::show_comma_feed},
+    {Match::IS, "/7.html", &WebPanel::show_comma_feed},
+    {Match::STARTS_WITH, "/sbin/tunein", &WebPanel::show_tunein},
+    {Match::IS, "/favicon.ico", &WebPanel::send_asset},
+    {Match::IS, "/images/logo.png", &WebPanel::send_asset},
+    {Match::IS, "/images/quillwave.png", &WebPanel::send_asset},
+    {Match::IS, "/images/play.png", &WebPanel::send_asset},
+    {Match::IS, "/images/stop.png", &WebPanel::send_asset},
+    {Match::IS, "/flash/quillwave.swf", &WebPanel::send_asset},
+    {Match::IS, "/stylesheets/main.css", &WebPanel::send_asset},
+};
+
+int WebPanel::ProcessRequest() {
+    if (!request) return NOT_A_PAGE;
+    panel_time = now();
+    redirected = false;
+    if (log_receiver_id >= 0) return continue_log_tail();
+    const int result = answer_by(ROUTES);
+    return result == GO_ON ? NOT_A_PAGE : result;
+}
+
+int WebPanel::answer_by(std::span<const Route> routes) {
+    for (const Route& route : routes) {
+        if (!fits(route)) continue;
+        const int result = (this->*route.answer)();
+        if (result != GO_ON) return result;
+    }
+    return GO_ON;
+}
+
+bool WebPanel::fits(const Route& route) const {
+    if (route.access == Access::ADMINISTRATORS && !is_admin()) return false;
+    const std::string path = request->Path();
+    return route.match == Match::IS ? path == route.path : path.starts_with(route.path);
+}
+
+// A player at "/" is after the stream there, a browser after the page.
+int WebPanel::show_home_unless_mount() {
+    const bool browser = request->GetHeader("User-Agent").find("Mozilla") != std::string::npos;
+    return browser || !MountList::GetMount("/") ? send_home_page() : GO_ON;
+}
+
+int WebPanel::show_tunein() { return request->GetQuery("mnt").empty() ? GO_ON : send_tunein(); }
+
+// ---- Feeds --------------------------------------------------------------------------------------
+
+// With `wfc` (wait for change) the feed is sent when there is something new in it.
+bool WebPanel::waits_for_change() { return !request->GetQuery("wfc").empty() && !stats_changed(); }
+
+int WebPanel::show_xml_feed() {
+    if (waits_for_change()) return IN_PROGRESS;
+    send_xml_stats();
+    return ANSWERED;
+}
+
+int WebPanel::show_json_feed() {
+    if (waits_for_change()) return IN_PROGRESS;
+    send_json_stats();
+    return ANSWERED;
+}
+
+int WebPanel::show_comma_feed() {
+    send_comma_delimited_stats();
+    return ANSWERED;
+}
+
+// -------------------------------------------------------------------------------------------------
 
 bool WebPanel::HasNews() const { return true; }
 

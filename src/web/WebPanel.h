@@ -7,8 +7,9 @@
 #include <ctime>
 #include <map>
 #include <memory>
-#include <sstream>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -33,7 +34,7 @@ public:
     using Tabs = std::vector<std::pair<std::string, std::string>>;
 
     // An empty request is allowed: it is no page.
-    explicit WebPanel(std::shared_ptr<Request> request_to_answer);
+    explicit WebPanel(const std::shared_ptr<Request>& request_to_answer);
     ~WebPanel();
     WebPanel(const WebPanel&) = delete;
     WebPanel& operator=(const WebPanel&) = delete;
@@ -53,6 +54,7 @@ public:
     std::string BuildErrorPage(int code, const std::string& title, const html::Markup& message);
 
     // ---- Answers (WebPanelAnswers.cpp) ----
+    // A whole page; nothing after a redirect in the same pass.
     void page_wrap(const html::Markup& content, const std::string& title, unsigned int status);
     void send_final(const std::string& body, const std::string& content_type, unsigned int status,
                     bool cors);
@@ -111,6 +113,70 @@ public:
     std::shared_ptr<Mount> get_mount_by_id(int id) const;
 
 private:
+    // ---- Routes. A handler answers, or leaves the path to the next route (GO_ON) ----
+    static constexpr int GO_ON = -1;
+    enum class Match { IS, STARTS_WITH };
+    enum class Access { ANYONE, ADMINISTRATORS };
+    struct Route {
+        Match match;
+        std::string_view path;
+        int (WebPanel::*answer)();
+        Access access = Access::ANYONE;
+    };
+    static const Route ROUTES[];
+    static const Route ADMIN_STEPS[];
+    int answer_by(std::span<const Route> routes);
+    bool fits(const Route& route) const;
+
+    // Public routes (WebPanel.cpp, WebPanelStreamRoutes.cpp).
+    int show_home_unless_mount();
+    int show_view();
+    int show_tunein();
+    bool waits_for_change();
+    int show_xml_feed();
+    int show_json_feed();
+    int show_comma_feed();
+    // Public pages and assets (WebPanelPublic.cpp).
+    int send_robots();
+    int send_crossdomain();
+    int send_home_page();
+    int send_about_page();
+    int send_tunein(); // the playlist of query `mnt`
+    int send_asset();  // the embedded file of this path, be it picture, movie or style sheet
+
+    // The steps of /admin (WebPanelAdmin.cpp, WebPanelTitles.cpp, WebPanelLog.cpp).
+    int show_admin();
+    int take_title_from_source();
+    int ask_for_login();
+    int take_title_from_manager();
+    int show_log();
+    int tail_log();
+    int continue_log_tail();
+    int send_log_lines();
+    int show_admin_xml();
+    int show_admin_json();
+    int show_receiver();
+    int show_users();
+    int show_stream();
+    int show_only_stream();
+    int refuse_manager_of_few();
+    int show_listeners();
+    int show_settings();
+    int show_defaults();
+    int show_overview();
+    int show_missing_page();
+    int page_of_panel(const html::Markup& content);
+    int not_found(const std::string& heading, const html::Markup& words);
+
+    // Stream pages (WebPanelStreamRoutes.cpp).
+    struct StreamAddress;
+    struct StreamPage;
+    static const StreamPage STREAM_PAGES[];
+    StreamAddress stream_asked_for() const;
+    int show_stream_page(int id, const std::string& page);
+    int show_public_stream(int id, bool played);
+    bool may_view(int id) const;
+
     html::Markup site_menu() const;
     std::string selected_section() const;
     html::Markup page_bar() const;
@@ -131,4 +197,5 @@ private:
     std::string watch_snapshot;
 
     int log_receiver_id = -1; // of the log tail
+    bool redirected = false;  // in this pass: a page would be taken for the next answer
 };

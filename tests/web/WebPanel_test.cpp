@@ -24,7 +24,7 @@ std::shared_ptr<Request> request_of(LoopbackPair& pair, const std::string& head)
     return request;
 }
 
-TEST(WebPanel, NoPathIsAPageYet) {
+TEST(WebPanel, WithoutARequestThereIsNoPage) {
     EXPECT_EQ(WebPanel(nullptr).ProcessRequest(), WebPanel::NOT_A_PAGE);
 }
 
