@@ -6,6 +6,7 @@
 #include "core/Log.h"
 #include "core/OSTools.h"
 #include "core/ThreadPool.h"
+#include "net/API.h"
 #include "net/ServerManager.h"
 #include "streaming/MountList.h"
 #include "streaming/ReceiverList.h"
@@ -59,6 +60,7 @@ std::atomic<bool> quillwave_running{true};
 // The listening thread runs before accounts and mounts are there; clients that come that early wait
 // until ReceiverList opens.
 void Quillwave::Start(const std::string& config_path) {
+    API::Init();
     Log::Init("quillwave.log");
     const bool configured = Config::Init(config_path);
     if (!configured) make_first_account();

@@ -3,6 +3,7 @@
 #include "http/AcceptList.h"
 #include "http/Cookies.h"
 #include "http/LeadingNumber.h"
+#include "http/OutboundExchange.h"
 #include "http/Sessions.h"
 #include "net/Socket.h"
 #include "net/url.h"
@@ -34,7 +35,12 @@ Request::Request(std::shared_ptr<::Socket> connection)
 
 Request::Request(const std::string& address, RequestMethod with_method, std::string body_text,
                  std::string from_ip, RequestProtocol with_protocol, float with_version)
-    : target_url(std::make_unique<::url>(address)), post_type(std::move(body_text)),
+    : Request(::url(address), with_method, std::move(body_text), std::move(from_ip), with_protocol,
+              with_version) {}
+
+Request::Request(const ::url& target, RequestMethod with_method, std::string body_text,
+                 std::string from_ip, RequestProtocol with_protocol, float with_version)
+    : exchange(std::make_unique<OutboundExchange>(target, std::move(body_text), from_ip)),
       method(with_method), protocol(with_protocol), version(with_version),
       local_ip(std::move(from_ip)) {}
 
@@ -114,13 +120,13 @@ std::string Request::GetLocalIP() const {
 std::string Request::peer() const { return "<" + GetIP() + "> "; }
 
 std::string Request::Host() const {
-    if (target_url && !target_url->Host().empty()) return target_url->Host();
+    if (exchange && !exchange->Target().Host().empty()) return exchange->Target().Host();
     const std::string host = GetHeader("Host");
     return host.substr(0, host.find(':'));
 }
 
 int Request::Port() const {
-    if (target_url && !target_url->Host().empty()) return target_url->Port();
+    if (exchange && !exchange->Target().Host().empty()) return exchange->Target().Port();
     const std::string local = socket ? socket->GetLocalInfo().port : std::string();
     if (!local.empty()) return leading_number<unsigned short>(local);
     const std::string host = GetHeader("Host");

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+class OutboundExchange;
 class Session;
 class Socket;
 class url;
@@ -21,8 +22,9 @@ class url;
 // What was read from one connection: a request, or the reply to a request of this server's own.
 // Held by a Receiver, or by the Mount that took over its source. One thread at a time reads
 // (ReadRequest, get_raw_header, parse_header, ReadForm, receive_form_data, GetBody, PostData, the
-// Set operations); any thread may use the other accessors, which copy. Not used for a second
-// request: bytes behind the head and the body stay in the socket for who reads next.
+// Set operations) or works on its exchange; any thread may use the other accessors, which copy. Not
+// used for a second request: bytes behind the head and the body stay in the socket for who reads
+// next.
 class Request : public HttpWords {
 public:
     using TransmittedObject = ::TransmittedObject;
@@ -33,6 +35,8 @@ public:
     // unless empty, the address to call from.
     Request(const std::string& address, RequestMethod method, std::string post_type,
             std::string local_ip, RequestProtocol protocol, float version);
+    Request(const ::url& target, RequestMethod method, std::string post_type, std::string local_ip,
+            RequestProtocol protocol, float version);
     ~Request();
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
@@ -53,6 +57,22 @@ public:
     int receive_form_data();
     // The body as text, read in one go; waits up to 30 seconds for each piece.
     std::string GetBody();
+
+    // Outbound. One step that does not wait, of finding the address, connecting, sending and
+    // reading the head of the reply: 1 once that has been read (Status is 0 when it was no reply),
+    // IO_AGAIN, 0 or -1 when nothing more will come. No time limit, and again after the end the
+    // same result. SetHeader sets fields to send before the first step.
+    int InitiateRequest();
+    // The same within the limits of a call: SocketTimeout for connecting, 30 seconds of silence, 15
+    // for a reply that comes in pieces. 1, IO_AGAIN, or -1, and then the socket is closed.
+    int ContinueRequest();
+    // Waits, at most so long, until another step may come further.
+    void AwaitStep(int milliseconds) const;
+    // All steps of a call, waiting in between. The socket, or null without a reply.
+    std::shared_ptr<::Socket> CompleteRequest();
+    // After the reply's head, one step that does not wait of reading a body of told length, which
+    // PostData then gives: 1 it is there, IO_AGAIN, -1 it will not come.
+    int ReadReplyBody();
 
     bool Complete() const { return complete; }
     bool FormComplete() const { return form_complete || method != METHOD_POST; }
@@ -93,6 +113,7 @@ public:
 
     std::string GetIP() const EXCLUDES(field_lock);
     std::string GetLocalIP() const EXCLUDES(field_lock);
+    // Of an outbound request not before its reply is there.
     std::shared_ptr<::Socket> Socket() const { return socket; }
     // The host the client asked for, without a port.
     std::string Host() const;
@@ -157,6 +178,11 @@ private:
     void parse_multipart_body(const std::string& content_type) EXCLUDES(field_lock);
     void keep_form(FormData data) EXCLUDES(field_lock);
 
+    // A request of this server's own (RequestOutbound.cpp).
+    std::string outbound_text() const EXCLUDES(field_lock);
+    void note_sent() EXCLUDES(field_lock);
+    int read_reply() EXCLUDES(field_lock);
+
     std::string peer() const;
 
     static constexpr int TIME_OUT_SECONDS = 15;
@@ -164,14 +190,13 @@ private:
     static constexpr std::size_t PEEK_BYTES = 1024;
 
     std::shared_ptr<::Socket> socket;
-    std::unique_ptr<::url> target_url; // outbound only
+    const std::unique_ptr<OutboundExchange> exchange; // outbound only
     shared_cell<Session> session;
 
     // The reading thread's own.
     std::vector<char> buffer;    // peeked bytes; given back with the end of the head
     std::vector<char> post_data; // grows with what arrives
     time_t last_body_byte = 0;   // 0 until the body is waited for
-    std::string post_type;
     bool line_parsed = false;
     bool outbound = false; // the request was sent, what arrives is a reply
 

@@ -66,6 +66,15 @@ int Socket::CanRecv() { return ready(POLLIN); }
 
 int Socket::CanSend() { return ready(POLLOUT); }
 
+void Socket::AwaitRecv(int milliseconds) const { await(POLLIN, milliseconds); }
+
+void Socket::AwaitSend(int milliseconds) const { await(POLLOUT, milliseconds); }
+
+void Socket::await(short event, int milliseconds) const {
+    pollfd waiting{.fd = fd, .events = event, .revents = 0};
+    poll(&waiting, 1, milliseconds);
+}
+
 int Socket::ready(short event) {
     if (fd == -1) return IO_FAILED;
     const WaitResult waited = wait_for_socket(fd, event, 0);

@@ -7,11 +7,13 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <netdb.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <vector>
+
+struct Route;
+struct addrinfo;
 
 // Results of I/O that are no counts.
 constexpr int IO_END = 0;     // the peer's orderly end
@@ -45,12 +47,17 @@ public:
     // 1 when a read or write would not wait, 0 when it would, IO_FAILED.
     int CanRecv();
     int CanSend();
+    // Waits for that, at most so long, and judges nothing.
+    void AwaitRecv(int milliseconds) const;
+    void AwaitSend(int milliseconds) const;
 
     // Connects to the first address of `host`; resolving the name blocks, and so does connecting
     // unless `nonblocking`, up to the setting SocketTimeout. Without `bind_ip` the setting ServIP
     // chooses the local address. 0 connected, IO_AGAIN in progress (wait with CanSend), IO_FAILED.
     int Connect(const std::string& host, unsigned short port, const std::string& bind_ip,
                 unsigned short bind_port, bool nonblocking);
+    // The same to an address that is known, so that nothing blocks if `nonblocking`.
+    int Connect(const Route& route, bool nonblocking);
     int Bind(const sockaddr* address, int length);
 
     void Close();
@@ -74,21 +81,15 @@ public:
     std::uint64_t BytesRead() const { return bytes_read; }
 
 private:
-    struct AddressDeleter {
-        void operator()(addrinfo* list) const { freeaddrinfo(list); }
-    };
-    using AddressList = std::unique_ptr<addrinfo, AddressDeleter>;
-    struct BindCandidates; // local addresses to call from
-
+    void await(short event, int milliseconds) const;
     int ready(short event);
     int wait(short event, int timeout_seconds);
     int sent(ssize_t result);
     int failed(int error);
     int close_for(int error);
 
-    AddressList resolve(const std::string& host, unsigned short port);
     bool make_descriptor(const addrinfo& target);
-    bool bind_locally(const BindCandidates& candidates, unsigned short bind_port);
+    bool bind_locally(const addrinfo* source);
     void limit_blocking() const;
     bool set_nonblocking() const;
     void note_addresses() EXCLUDES(info_lock);

@@ -1,6 +1,6 @@
 #include "config/Config.h"
 #include "core/Log.h"
-#include "core/OSTools.h"
+#include "net/Route.h"
 #include "net/Socket.h"
 #include "net/SocketTools.h"
 
@@ -8,58 +8,25 @@
 #include <fcntl.h>
 #include <sys/time.h>
 
-// Local addresses to call from, by family.
-struct Socket::BindCandidates {
-    std::vector<std::string> ipv6 = {};
-    std::vector<std::string> ipv4 = {};
-
-    explicit BindCandidates(const std::string& bind_ip) {
-        if (!bind_ip.empty())
-            add(bind_ip);
-        else
-            add_configured();
-    }
-
-    // The family to look for at the far end.
-    int family() const {
-        if (ipv6.empty() == ipv4.empty()) return AF_UNSPEC;
-        return ipv6.empty() ? AF_INET : AF_INET6;
-    }
-
-    // Those from which an address of this family can be called.
-    const std::vector<std::string>& of_family(int wanted) const {
-        return wanted == AF_INET6 ? ipv6 : ipv4;
-    }
-
-private:
-    void add(const std::string& address) {
-        const bool has_colon = address.find(':') != std::string::npos;
-        (has_colon ? ipv6 : ipv4).push_back(address);
-    }
-
-    void add_configured() {
-        for (const auto& setting : Config::GetAll("ServIP")) {
-            std::string address = setting->GetValue("");
-            tolower(address);
-            if (!address.empty() && address != "any") add(address);
-        }
-    }
-};
-
 int Socket::Connect(const std::string& host, unsigned short port, const std::string& bind_ip,
                     unsigned short bind_port, bool nonblocking) {
     if (IsValid()) return IO_FAILED;
-    const BindCandidates candidates(bind_ip);
-    domain = candidates.family();
-    // Kept: only the first address of a name is tried. A name with a dead first address stays down
-    // until its owner mends it, as operators know from their logs.
-    const AddressList target = resolve(host, port);
-    if (!target || !make_descriptor(*target)) return IO_FAILED;
+    const LocalAddresses from = LocalAddresses::For(bind_ip);
+    return Connect(find_route({.host = host, .port = port, .from = from, .from_port = bind_port}),
+                   nonblocking);
+}
+
+// Kept: only the first address of a name is tried. A name with a dead first address stays down
+// until its owner mends it, as operators know from their logs.
+int Socket::Connect(const Route& route, bool nonblocking) {
+    if (IsValid()) return IO_FAILED;
+    if (!route.target) last_error = route.error;
+    if (!route.target || !make_descriptor(*route.target)) return IO_FAILED;
     limit_blocking();
-    if (!bind_locally(candidates, bind_port)) return IO_FAILED;
+    if (!bind_locally(route.source.get())) return IO_FAILED;
 
     if (nonblocking) set_nonblocking();
-    if (connect(fd, target->ai_addr, target->ai_addrlen) == -1) return failed(errno);
+    if (connect(fd, route.target->ai_addr, route.target->ai_addrlen) == -1) return failed(errno);
     const bool flag_set = nonblocking || set_nonblocking();
     note_addresses();
     if (!flag_set)
@@ -68,18 +35,6 @@ int Socket::Connect(const std::string& host, unsigned short port, const std::str
                        "performance issue."
                     << std::endl;
     return 0;
-}
-
-// The addresses of a host within `domain`; none, with last_error, when it has none.
-Socket::AddressList Socket::resolve(const std::string& host, unsigned short port) {
-    addrinfo hints{};
-    hints.ai_family = domain;
-    hints.ai_socktype = type;
-    addrinfo* found = nullptr;
-    const std::string service = std::to_string(port);
-    if (getaddrinfo(host.c_str(), service.c_str(), &hints, &found) == 0) return AddressList(found);
-    last_error = errno;
-    return {};
 }
 
 bool Socket::make_descriptor(const addrinfo& target) {
@@ -97,15 +52,10 @@ void Socket::limit_blocking() const {
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
 
-// Binds to the first candidate that is an address; calls from anywhere when none is.
 // Kept: a bind that fails leaves the descriptor open, so that the object counts as connected.
-bool Socket::bind_locally(const BindCandidates& candidates, unsigned short bind_port) {
-    AddressList address;
-    for (const std::string& candidate : candidates.of_family(domain)) {
-        address = resolve(candidate, bind_port);
-        if (address) break;
-    }
-    if (!address || Bind(address->ai_addr, static_cast<int>(address->ai_addrlen)) == 0) return true;
+bool Socket::bind_locally(const addrinfo* source) {
+    if (source == nullptr || Bind(source->ai_addr, static_cast<int>(source->ai_addrlen)) == 0)
+        return true;
     last_error = errno;
     return false;
 }

@@ -51,6 +51,11 @@ void url::read_address(const std::string& text) {
     read_target(text.substr(slash));
 }
 
+void url::SetLogin(std::string with_user, std::string with_pass) {
+    user = std::move(with_user);
+    pass = std::move(with_pass);
+}
+
 void url::set_host(std::string name) {
     host = std::move(name);
     tolower(host);

@@ -23,6 +23,9 @@ public:
     std::string Query() const { return query; }
     unsigned short Port() const { return port; }
 
+    void SetLogin(std::string with_user, std::string with_pass);
+    void DropQuery() { query.clear(); }
+
     bool IsValid() const { return !host.empty() && port != 0; }
     // True when no character but the first, which is free, is out of place in a name.
     static bool valid_hostname(const char* name);
