@@ -6,6 +6,7 @@
 #include "core/Log.h"
 #include "core/OSTools.h"
 #include "streaming/Receiver.h"
+#include "web/WebPanel.h"
 
 #include <algorithm>
 #include <atomic>
@@ -62,6 +63,14 @@ void give_section(Mount& mount) {
     mount.GetConfigNode()->GetChild("Mount", true)->SetValue(mount.Address());
 }
 
+// Requests are the panel's before they are a mount's.
+void warn_if_hidden(const Mount& mount) {
+    if (WebPanel::Shadows(mount.Address()))
+        LogWrite(2) << "Warning: Mount " << log_text(mount.Address())
+                    << " lies at an address of the web panel and cannot be reached there."
+                    << std::endl;
+}
+
 // The mount for a local address, as far as mounts are assigned to one.
 std::shared_ptr<Mount> assigned_mount(const MountList::Map& mounts, const std::string& ip,
                                       const std::string& port) {
@@ -110,6 +119,7 @@ void MountList::Add(const std::shared_ptr<Mount>& mount) {
                     << " already defined, discarding additional duplicates." << std::endl;
         return;
     }
+    warn_if_hidden(*mount);
     mount->Start();
     give_section(*mount);
 }

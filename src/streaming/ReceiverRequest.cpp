@@ -53,6 +53,11 @@ std::shared_ptr<Mount> mount_to_play(const std::shared_ptr<Mount>& mount) {
     return fallback && fallback->IsConnected() ? fallback : nullptr;
 }
 
+// Whether some of an answer waits for its way out, so that no other may be sent yet.
+bool is_leaving(const std::shared_ptr<Response>& answer) {
+    return answer && answer->GetBytesBuffered() > 0;
+}
+
 std::string user_agent(const Request& request) { return log_text(request.GetHeader("User-Agent")); }
 
 } // namespace
@@ -145,7 +150,7 @@ bool Receiver::answered_by_panel() {
         become(RUNNING);
         return true;
     }
-    if (result != WebPanel::ANSWERED) {
+    if (result == WebPanel::NOT_A_PAGE && !is_leaving(web_panel->GetResponse())) {
         web_panel.reset();
         return false;
     }

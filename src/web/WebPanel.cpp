@@ -11,6 +11,7 @@
 #include "streaming/MountList.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 using html::Markup;
@@ -83,6 +84,15 @@ int WebPanel::ProcessRequest() {
     return result == GO_ON ? NOT_A_PAGE : result;
 }
 
+// Who looks at "/" or at a playlist may get the mount there.
+bool WebPanel::Shadows(const std::string& path) {
+    return std::any_of(std::begin(ROUTES), std::end(ROUTES), [&](const Route& route) {
+        const bool goes_on = route.answer == &WebPanel::show_home_unless_mount ||
+                             route.answer == &WebPanel::show_tunein;
+        return !goes_on && matches(route, path);
+    });
+}
+
 int WebPanel::answer_by(std::span<const Route> routes) {
     for (const Route& route : routes) {
         if (!fits(route)) continue;
@@ -93,8 +103,10 @@ int WebPanel::answer_by(std::span<const Route> routes) {
 }
 
 bool WebPanel::fits(const Route& route) const {
-    if (route.access == Access::ADMINISTRATORS && !is_admin()) return false;
-    const std::string path = request->Path();
+    return matches(route, request->Path()) && (route.access == Access::ANYONE || is_admin());
+}
+
+bool WebPanel::matches(const Route& route, std::string_view path) {
     return route.match == Match::IS ? path == route.path : path.starts_with(route.path);
 }
 

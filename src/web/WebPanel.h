@@ -46,6 +46,8 @@ public:
     // Of an answer in progress: whether ProcessRequest may have something to do. Cheap; any thread,
     // as long as no other is inside ProcessRequest.
     bool HasNews() const;
+    // Whether the panel keeps the path for itself, so that a mount there is never reached.
+    static bool Shadows(const std::string& path);
     // The answer last made, or null. It may still have bytes to send; the Receiver sees to that.
     std::shared_ptr<Response> GetResponse() const { return response; }
 
@@ -54,7 +56,7 @@ public:
     std::string BuildErrorPage(int code, const std::string& title, const html::Markup& message);
 
     // ---- Answers (WebPanelAnswers.cpp) ----
-    // A whole page; nothing after a redirect in the same pass.
+    // A whole page; nothing after a redirect of the same pass, nor behind an answer that is stuck.
     void page_wrap(const html::Markup& content, const std::string& title, unsigned int status);
     void send_final(const std::string& body, const std::string& content_type, unsigned int status,
                     bool cors);
@@ -127,6 +129,7 @@ private:
     static const Route ADMIN_STEPS[];
     int answer_by(std::span<const Route> routes);
     bool fits(const Route& route) const;
+    static bool matches(const Route& route, std::string_view path);
 
     // Public routes (WebPanel.cpp, WebPanelStreamRoutes.cpp).
     int show_home_unless_mount();
@@ -177,6 +180,7 @@ private:
     int show_public_stream(int id, bool played);
     bool may_view(int id) const;
 
+    bool is_still_answering() const;
     html::Markup site_menu() const;
     std::string selected_section() const;
     html::Markup page_bar() const;

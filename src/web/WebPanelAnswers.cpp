@@ -10,11 +10,14 @@ using html::Markup;
 
 // The footer first: all that the page wants in its head must be known before the head is built.
 void WebPanel::page_wrap(const Markup& content, const std::string& title, unsigned int status) {
-    if (redirected) return;
+    if (redirected || is_still_answering()) return;
     const Markup footer = get_page_footer();
     send_final((get_page_header(title) + content + footer).str(), "text/html; charset=UTF-8",
                status, false);
 }
+
+// The answer before has not left yet. What is sent now would land in the middle of it.
+bool WebPanel::is_still_answering() const { return response && response->GetBytesBuffered() > 0; }
 
 void WebPanel::send_final(const std::string& body, const std::string& content_type,
                           unsigned int status, bool cors) {

@@ -9,9 +9,11 @@
 #include "web/WebPanel.h"
 
 #include <charconv>
+#include <iterator>
 #include <limits>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 using html::Markup;
 
@@ -22,11 +24,13 @@ constexpr std::string_view STREAM = "/admin/stream/";
 
 const std::string NO_STREAM = "Stream ID Not Found";
 
-// Of a text that passes is_number. One that is too long for any stream is the id of none.
+// Of a text that passes is_number. One that is too long is the id of no stream either.
 int stream_id(const std::string& number) {
     int id = 0;
     const auto result = std::from_chars(number.data(), number.data() + number.size(), id);
-    return result.ec == std::errc::result_out_of_range ? std::numeric_limits<int>::max() : id;
+    if (result.ec != std::errc::result_out_of_range) return id;
+    using Limits = std::numeric_limits<int>;
+    return number.starts_with('-') ? Limits::min() : Limits::max();
 }
 
 } // namespace

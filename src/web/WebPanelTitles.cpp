@@ -1,5 +1,6 @@
 // Titles by URL: what source clients call to say which song is on.
 
+#include "core/OSTools.h"
 #include "http/Request.h"
 #include "http/Response.h"
 #include "media/Metadata.h"
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -45,12 +47,11 @@ std::shared_ptr<METADATA> metadata_of(const Request& request) {
 
 // The login of a source in query `pass`, as "user:password", stands for that of a browser.
 int WebPanel::take_title_from_source() {
-    const std::string pass = request->GetQuery("pass");
-    const std::size_t colon = pass.find(':');
-    if (colon == std::string::npos) return GO_ON;
-    const std::shared_ptr<Mount> mount = MountList::GetActiveMountCredentialsByUsername(
-        pass.substr(0, colon), pass.substr(colon + 1));
-    if (!mount || !is_title_update(*request)) return GO_ON;
+    std::vector<std::string> login = split(request->GetQuery("pass"), ':');
+    std::erase(login, "");
+    if (login.size() < 2 || !is_title_update(*request)) return GO_ON;
+    const auto mount = MountList::GetActiveMountCredentialsByUsername(login[0], login[1]);
+    if (!mount) return GO_ON;
     mount->SetMetaData(metadata_of(*request));
     response = std::make_shared<Response>(request, 200, "");
     response->SetHeader("Content-Length", "0");
