@@ -13,6 +13,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <pthread.h>
 #include <string>

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <string>
 #include <thread>
 #include <vector>
