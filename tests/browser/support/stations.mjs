@@ -39,8 +39,8 @@ const onAir = (server, count) => until("the server takes the source", () => take
 
 // A source on any mount, whose names and titles the test chooses. It logs in as ICY sources do.
 export class Source {
-  constructor(server, number, { name = `Station ${number}`, genre = "Ambient", headers = [] } = {}) {
-    Object.assign(this, { server, number, name, genre, headers });
+  constructor(server, number, { name = `Station ${number}`, genre = "Ambient", agent = "Encoder/1.0" } = {}) {
+    Object.assign(this, { server, number, name, genre, agent });
     this.audio = readFileSync(LOOP);
     this.sent = 0;
     this.block = Buffer.from([0]);
@@ -58,7 +58,7 @@ export class Source {
     });
     if (!answer.toString().startsWith("OK")) throw new Error(`the server refuses the source: ${answer}`);
     this.socket.write(["content-type:audio/mpeg", `icy-name:${this.name}`, `icy-genre:${this.genre}`, "icy-pub:0",
-      "icy-br:96", `icy-metaint:${METAINT}`, ...this.headers, "", ""].join("\r\n"));
+      "icy-br:96", `icy-metaint:${METAINT}`, `User-Agent:${this.agent}`, "", ""].join("\r\n"));
     this.timer = setInterval(() => this.#send(LOOP_BYTES_A_SECOND * SLICE_MILLISECONDS / 1000), SLICE_MILLISECONDS);
     this.#send(METAINT * 4); // enough to be recognised at once
     await onAir(this.server, before + 1);
@@ -99,22 +99,28 @@ export class Source {
   }
 }
 
-// A player that takes what it is given.
+// A player that takes what it is given, from any address of this machine. One that is not `patient` takes a refusal
+// for an answer, too.
 export class Listener {
-  constructor(server, address, { agent = "Player/1.0", authorization } = {}) {
-    this.bytes = 0;
-    this.socket = net.connect(server.port, "127.0.0.1");
-    this.socket.on("error", () => {});
-    this.socket.on("data", (data) => { this.head ??= data.toString("latin1"); this.bytes += data.length; });
-    this.closed = new Promise((resolve) => this.socket.once("close", () => { this.gone = true; resolve(); }));
-    const login = authorization
-      ? `Authorization: Basic ${Buffer.from(authorization).toString("base64")}\r\n` : "";
-    this.socket.write(`GET ${address} HTTP/1.0\r\nUser-Agent: ${agent}\r\n${login}\r\n`);
+  constructor(server, address, { agent = "Player/1.0", authorization, from, query = "", patient = true } = {}) {
+    Object.assign(this, { server, patient, from, bytes: 0, head: "" });
+    const login = authorization ? [`Authorization: Basic ${Buffer.from(authorization).toString("base64")}`] : [];
+    this.request = [`GET ${address}${query} HTTP/1.0`, `User-Agent: ${agent}`, ...login, "", ""].join("\r\n");
   }
 
   async start() {
-    await until("the listener hears the stream", () => this.bytes > 1000);
+    this.socket = net.connect({ port: this.server.port, host: "127.0.0.1", localAddress: this.from });
+    this.socket.on("error", () => {});
+    this.socket.on("data", (data) => this.#take(data));
+    this.closed = new Promise((resolve) => this.socket.once("close", () => { this.gone = true; resolve(); }));
+    this.socket.write(this.request);
+    await until("the listener is answered", () => (this.patient ? this.bytes > 1000 : this.head.includes("\r\n") || this.gone));
     return this;
+  }
+
+  #take(data) {
+    this.bytes += data.length;
+    if (this.head.length < 1000) this.head += data.toString("latin1");
   }
 
   async stop() {
