@@ -196,17 +196,18 @@ void read_pseudo_user(const XMLElement* element, User& user) {
 
 } // namespace
 
-void UserList::read(const XMLDocument& document) {
+bool UserList::read(const XMLDocument& document) {
     const XMLElement* root = document.FirstChildElement("userlist");
-    if (root == nullptr || attribute_of(root, "version") != VERSION) return;
+    if (root == nullptr || attribute_of(root, "version") != VERSION) return false;
     read_pseudo_user(root->FirstChildElement("banned"), *GetBanUser());
     read_pseudo_user(root->FirstChildElement("reserve"), *GetReserveUser());
     const XMLElement* users = root->FirstChildElement("users");
-    if (users == nullptr) return;
+    if (users == nullptr) return true;
     for (auto* element = users->FirstChildElement("user"); element != nullptr;
          element = element->NextSiblingElement("user")) {
         const auto user = std::make_shared<User>();
         const std::string name = user->Unserialize(element);
         if (!name.empty() && name != "Anonymous") put(user);
     }
+    return true;
 }

@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <mutex>
+#include <system_error>
 #include <tinyxml2.h>
 
 namespace {
@@ -34,7 +36,8 @@ struct Store {
     std::map<std::string, std::shared_ptr<User>> user_list GUARDED_BY(user_list_lock);
     std::string user_file GUARDED_BY(user_list_lock);
 
-    std::mutex file_lock; // the last to write writes the newest
+    std::mutex file_lock;       // the last to write writes the newest
+    bool file_is_known = false; // what stands in the file was read or written here
     std::atomic<bool> initializing{true};
 };
 
@@ -73,6 +76,16 @@ void add_configured_administrator() {
     user->AddProperty(User::EVERY_MOUNT, "*", User::ALL);
 }
 
+// Of a file that could not be read, and is about to be replaced: its accounts may be all that an
+// operator has. A copy from before is left alone, for it is nearer to what was lost.
+void keep_copy(const std::string& path) {
+    std::error_code fault;
+    if (!std::filesystem::is_regular_file(path, fault)) return;
+    const std::string copy = path + ".unread";
+    if (std::filesystem::copy_file(path, copy, std::filesystem::copy_options::skip_existing, fault))
+        LogWrite(2) << "User file " << path << " was not read, its copy is " << copy << std::endl;
+}
+
 } // namespace
 
 void UserList::Init(const std::string& path) {
@@ -87,12 +100,17 @@ void UserList::Init(const std::string& path) {
 void UserList::Serialize() {
     if (store().initializing) return;
     const std::lock_guard guard(store().file_lock);
-    WriteFileWhole(user_file(), Text(), NEW_FILE_MODE);
+    const std::string path = user_file();
+    if (!store().file_is_known) keep_copy(path);
+    store().file_is_known = true;
+    WriteFileWhole(path, Text(), NEW_FILE_MODE);
 }
 
 void UserList::Unserialize() {
+    const std::lock_guard guard(store().file_lock);
     tinyxml2::XMLDocument document;
-    if (document.LoadFile(user_file().c_str()) == tinyxml2::XML_SUCCESS) read(document);
+    if (document.LoadFile(user_file().c_str()) == tinyxml2::XML_SUCCESS)
+        store().file_is_known = read(document);
 }
 
 void UserList::ReadText(const std::string& text) {

@@ -14,7 +14,8 @@ public:
     // Takes the path of the user file and makes the administrator of the settings AdminUser and
     // AdminPass. Accounts that were added before stay. From here on Serialize writes.
     static void Init(const std::string& path);
-    // Writes the user file whole. Does nothing before Init; a failure is silent.
+    // Writes the user file whole. Does nothing before Init; a failure is silent. A file that was
+    // there and not read is copied first, to its name with ".unread" behind it.
     static void Serialize();
     // Reads the user file. A file that is missing, broken or of another version changes nothing.
     // The mounts must exist by now: filters of mounts that do not are dropped.
@@ -49,7 +50,8 @@ public:
     static std::shared_ptr<User> GetSystemUser();  // the server itself
 
 private:
-    static void read(const tinyxml2::XMLDocument& document);
+    // False when it is no user file of this version.
+    static bool read(const tinyxml2::XMLDocument& document);
     // Takes in an account, in the place of one of the same name.
     static void put(const std::shared_ptr<User>& user);
 };

@@ -68,7 +68,10 @@ void Quillwave::Start(const std::string& config_path) {
     ServerManager::Start();
     UserList::Init(Config::Get("UserFile", false)->GetValue("quillwave-users.xml"));
     MountList::Init();
-    if (configured) UserList::Unserialize();
+    if (configured)
+        UserList::Unserialize();
+    else
+        UserList::Serialize(); // the settings are saved soon, and no later start makes an account
     ReceiverList::Open();
 }
 

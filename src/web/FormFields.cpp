@@ -64,3 +64,8 @@ Markup create_action_button(const std::string& action, bool disabled) {
     return create_form_field(
         {.type = FieldType::SUBMIT, .name = "action", .value = action, .disabled = disabled});
 }
+
+std::string one_line(const std::string& text) {
+    static const std::string LINE_ENDS("\r\n\0", 3);
+    return text.substr(0, text.find_first_of(LINE_ENDS));
+}
