@@ -4,6 +4,7 @@
 #include "media/MediaReader.h"
 #include "net/Socket.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -42,8 +43,11 @@ int PacketBuffer::FillBuffer() {
 
 int PacketBuffer::read_more() {
     char* memory = read_buffer.Memory();
-    const int result = reader->Read(memory, read_fill(), read_buffer.Length() - read_fill());
+    const std::size_t room = read_buffer.Length() - read_fill();
+    const int result =
+        reader->Read(memory, read_fill(), flowing ? std::min(room, READ_STEP) : room);
     if (result < 1) return result;
+    flowing = true;
     last_read_time = now();
     read_buffer.Filled(static_cast<unsigned>(result));
     return result;
@@ -64,6 +68,7 @@ int PacketBuffer::give_up(FillResult why) {
 
 void PacketBuffer::Resync() {
     read_buffer.Clear();
+    flowing = false;
     socket_error = 0;
     reader->Reset();
 }

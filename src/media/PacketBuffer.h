@@ -38,6 +38,10 @@ public:
     };
 
     static constexpr std::size_t READ_BUFFER_LENGTH = 8192;
+    // Bytes asked of the reader at once while a stream flows. A source's first read fills the
+    // whole buffer, so that a stream begins with enough to play on; smaller ones after it keep a
+    // packet from waiting for the packets behind it, half a second at 128 kbit/s.
+    static constexpr std::size_t READ_STEP = 1024;
     static constexpr std::uint64_t GENERIC_SIZE_LIMIT = 0x100000;
     static constexpr std::size_t GENERIC_PACKET = 500;
 
@@ -131,7 +135,9 @@ private:
     spinlock snapshot_lock ACQUIRED_BEFORE(listeners_lock);
     spinlock listeners_lock;
 
-    time_t last_read_time; // the mount thread's own
+    // The mount thread's own.
+    time_t last_read_time;
+    bool flowing = false; // the source's first read is done
     shared_cell<METADATA> last_metadata;
     shared_cell<METADATA> pending_metadata;
     std::atomic<int> socket_error{0};

@@ -49,6 +49,18 @@ private:
     int result;
 };
 
+// Delivers what it is asked for, and notes how much that was.
+class AskedReader : public MediaReader {
+public:
+    int Read(char* buffer, unsigned long long offset, unsigned long long length) override {
+        asked.push_back(length);
+        std::fill_n(buffer + offset, length, 'x');
+        return static_cast<int>(length);
+    }
+
+    std::vector<unsigned long long> asked;
+};
+
 // Fills whatever it is asked for, and lets some seconds pass before.
 class SlowReader : public MediaReader {
 public:
@@ -194,6 +206,17 @@ TEST(PacketBuffer, APacketThatComesSlowlyIsWaitedFor) {
     OpenBuffer buffer(std::make_shared<SlowReader>(), 1 << 20);
     EXPECT_EQ(buffer.FillBuffer(), 0);
     EXPECT_EQ(now(), 1000 + 6 * 29);
+}
+
+TEST(PacketBuffer, TheFirstReadOfASourceFillsTheBufferAndLaterOnesDoNotWaitForAsMuch) {
+    auto source = std::make_shared<AskedReader>();
+    OpenBuffer buffer(source, 1 << 20);
+    for (int packet = 0; packet < 18; ++packet)
+        ASSERT_EQ(buffer.FillBuffer(), 0);
+    EXPECT_EQ(source->asked, (std::vector<unsigned long long>{8192, 1024}));
+    buffer.Resync();
+    ASSERT_EQ(buffer.FillBuffer(), 0);
+    EXPECT_EQ(source->asked.back(), 8192U);
 }
 
 TEST(PacketBuffer, ResyncForgetsTheInputAndTheErrorAndKeepsThePackets) {
