@@ -5,6 +5,8 @@
 
 namespace {
 
+constexpr const char* BROWSER = "User-Agent: Mozilla/5.0\r\n";
+
 int result_of(const std::string& path, const std::string& fields = {}) {
     return PanelVisit(path, fields).Pass();
 }
@@ -22,13 +24,61 @@ TEST(Routes, WhatIsNoPageGoesOn) {
         EXPECT_EQ(result_of(path), WebPanel::NOT_A_PAGE) << path;
 }
 
+TEST(Routes, PublicPathsArePages) {
+    for (const char* path : {"/robots.txt",
+                             "/crossdomain.xml",
+                             "/index.html",
+                             "/",
+                             "/view/1",
+                             "/view/1/",
+                             "/about",
+                             "/aboutanything",
+                             "/admin",
+                             "/admin.cgi",
+                             "/administrator",
+                             "/status.xml",
+                             "/status.json",
+                             "/7",
+                             "/7.html",
+                             "/favicon.ico",
+                             "/images/logo.png",
+                             "/images/quillwave.png",
+                             "/images/play.png",
+                             "/images/stop.png",
+
+                             "/stylesheets/main.css"})
+        EXPECT_EQ(result_of(path), WebPanel::ANSWERED) << path;
+}
+
+TEST(Routes, TheQueryTakesNoPartInThePath) {
+    EXPECT_EQ(result_of("/index.html?x=/y"), WebPanel::ANSWERED);
+    EXPECT_EQ(result_of("/live?/index.html"), WebPanel::NOT_A_PAGE);
+}
+
 TEST(Routes, TheMethodTakesNoPart) {
     for (const char* method : {"GET", "HEAD", "POST", "PUT", "OPTIONS", "SOURCE"})
         EXPECT_EQ(PanelVisit("/view/1", "Content-Length: 0\r\n", method).Pass(), WebPanel::ANSWERED)
             << method;
 }
 
-TEST(Routes, TuneinOfAnUnknownMountGoesOn) {
+TEST(Routes, AMountAtTheRootIsForPlayersAndThePageForBrowsers) {
+    const OnAir radio("/live", 1, {{"IsDefault", "yes"}});
+    EXPECT_EQ(result_of("/"), WebPanel::NOT_A_PAGE);
+    EXPECT_EQ(result_of("/", "User-Agent: Winamp\r\n"), WebPanel::NOT_A_PAGE);
+    EXPECT_EQ(result_of("/", BROWSER), WebPanel::ANSWERED);
+    EXPECT_EQ(result_of("/index.html"), WebPanel::ANSWERED);
+}
+
+// Such a mount lies at "/" for players that use "/;".
+TEST(Routes, AMountAssignedToAPortIsHiddenByTheHomePage) {
+    const OnAir radio("/live", 1, {{"Port", "8000"}});
+    EXPECT_EQ(result_of("/"), WebPanel::ANSWERED);
+}
+
+TEST(Routes, TuneinOfAMountIsAPageAndOfNoneGoesOn) {
+    const OnAir radio("/live");
+    EXPECT_EQ(result_of("/sbin/tunein.m3u?mnt=/live"), WebPanel::ANSWERED);
+    EXPECT_EQ(result_of("/sbin/tuneinanything?mnt=/live"), WebPanel::ANSWERED);
     EXPECT_EQ(result_of("/sbin/tunein?mnt=/none"), WebPanel::NOT_A_PAGE);
 }
 
