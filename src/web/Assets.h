@@ -14,8 +14,12 @@ extern const unsigned char main_css[];
 extern const std::size_t main_css_len;
 extern const unsigned char play_png[];
 extern const std::size_t play_png_len;
+extern const unsigned char player_js[];
+extern const std::size_t player_js_len;
 extern const unsigned char quillwave_png[];
 extern const std::size_t quillwave_png_len;
+extern const unsigned char quillwave_swf[];
+extern const std::size_t quillwave_swf_len;
 extern const unsigned char stop_png[];
 extern const std::size_t stop_png_len;
 

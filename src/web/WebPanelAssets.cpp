@@ -23,6 +23,7 @@ const Asset ASSETS[] = {
     {"/images/quillwave.png", quillwave_png, quillwave_png_len, "image/png"},
     {"/images/play.png", play_png, play_png_len, "image/png"},
     {"/images/stop.png", stop_png, stop_png_len, "image/png"},
+    {"/flash/quillwave.swf", quillwave_swf, quillwave_swf_len, "application/x-shockwave-flash"},
     {"/stylesheets/main.css", main_css, main_css_len, "text/css"},
 };
 
