@@ -9,6 +9,7 @@
 #include "net/Socket.h"
 #include "streaming/Mount.h"
 #include "streaming/MountList.h"
+#include "web/Playlists.h"
 #include "web/WebPanel.h"
 
 #include <array>
@@ -39,11 +40,6 @@ std::string build_date() {
     return text.data();
 }
 
-// Names and headers are strangers' texts: the rest of one would be a line of the playlist.
-std::string first_line(const std::string& text) {
-    return text.substr(0, text.find_first_of("\r\n"));
-}
-
 // The host and port under which the client finds this server.
 std::string host_of(const Request& request) {
     const std::string asked_for = first_line(request.GetHeader("Host"));
@@ -56,15 +52,6 @@ std::string host_of(const Request& request) {
 std::string extension_of(const std::string& path) {
     const std::size_t dot = path.find('.');
     return dot == std::string::npos ? "m3u" : path.substr(dot);
-}
-
-std::string m3u(const std::string& name, const std::string& url) {
-    return "#EXTM3U\r\n#EXTINF:-1," + name + "\r\n" + url + "\r\n";
-}
-
-std::string pls(const std::string& name, const std::string& url) {
-    return "[playlist]\r\nFile1=" + url + "\r\nTitle1=" + name +
-           "\r\nLength=-1\r\nNumberOfEntries=1\r\nVersion=2\r\n";
 }
 
 } // namespace
@@ -98,13 +85,12 @@ int WebPanel::send_tunein() {
     const auto mount =
         MountList::GetMount(request->GetQuery("mnt"), request->Socket()->GetLocalIP());
     if (!mount) return NOT_A_PAGE;
-    const std::string name = first_line(mount->Name());
     const std::string url = "http://" + host_of(*request) + UrlEncode(mount->Address(), true);
     // Kept: no extension is ever without its dot, so links that end in ".pls" are answered in the
     // other form too, and players have come to rely on its type.
     if (extension_of(request->Path()) == "pls")
-        send_final(pls(name, url), "audio/x-scpls", 200, false);
+        send_final(pls_playlist(mount->Name(), url), "audio/x-scpls", 200, false);
     else
-        send_final(m3u(name, url), "audio/mpegurl", 200, false);
+        send_final(m3u_playlist(mount->Name(), url), "audio/mpegurl", 200, false);
     return ANSWERED;
 }
