@@ -9,6 +9,7 @@
 #include "net/API.h"
 #include "net/ServerManager.h"
 #include "streaming/MountList.h"
+#include "streaming/Notifier.h"
 #include "streaming/ReceiverList.h"
 
 #include <iostream>
@@ -84,6 +85,9 @@ void Quillwave::Stop() {
     UserList::Serialize();
     MountList::SignalStop();
     MountList::WaitForStop();
+    Notifier::WaitForStop();
+    API::SignalStop();
+    API::WaitForStop();
     Config::SavePending();
     Log::Stop();
 }

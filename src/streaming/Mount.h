@@ -32,6 +32,7 @@ struct Framer;
 // The answer to a listener who wants to join.
 struct Admission {
     enum Status : int {
+        PENDING = -1, // another server is being asked
         ADMITTED = 0,
         FULL = 1,
         ABOVE_BITRATE = 2,
@@ -128,7 +129,7 @@ public:
     // False when some mount answers to the address already.
     bool SetSymLink(const std::string& other_address) EXCLUDES(symlinks_lock);
 
-    // ---- The thread and its source (MountThread.cpp, MountSource.cpp) ----
+    // ---- The thread and its source (MountThread.cpp, MountSource.cpp, MountRelay.cpp) ----
     // Starts the mount's thread, unless the mount is disabled.
     void Start();
     // Asks the thread to end: it leaves its source at once, and its listeners.
@@ -160,7 +161,10 @@ public:
     bool SetIntroFile(const std::string& path) EXCLUDES(buffers_lock);
 
     // ---- Listeners (MountListeners.cpp) ----
-    Admission RegisterReceiver(const std::shared_ptr<Receiver>& receiver)
+    // One step that does not wait. While the answer is PENDING, `inquiry`, empty at first, holds
+    // the call to another server: come again with it.
+    Admission RegisterReceiver(const std::shared_ptr<Receiver>& receiver,
+                               std::shared_ptr<Request>& inquiry)
         EXCLUDES(receivers_lock, settings_lock);
     void UnregisterReceiver(const std::shared_ptr<Receiver>& receiver) EXCLUDES(receivers_lock);
     std::vector<std::shared_ptr<Receiver>> GetReceiverList() const EXCLUDES(receivers_lock);
@@ -191,7 +195,13 @@ public:
 private:
     class SettingValue;
     struct SettingKey;
-    struct Refusal;
+    // Why a listener may not join, in the words of the log, with ADMITTED when nothing is against
+    // it.
+    struct Refusal {
+        int status = Admission::ADMITTED;
+        std::string words = {};
+        std::uint64_t time_limit = 0; // of one who may
+    };
     // One source session: what the mount's thread holds while it lasts.
     struct Session {
         std::shared_ptr<Request> request = {};
@@ -199,6 +209,7 @@ private:
         std::string peer = {};   // how its log lines begin
         std::string stream = {}; // the address at which the source sends
         std::string type = {};   // what it sends, in the words of the log
+        bool is_relay = false;   // the source is another server, which was called
     };
 
     // Mount.cpp
@@ -240,6 +251,20 @@ private:
     void end_session();
     void drop_request(const std::shared_ptr<Request>& only) EXCLUDES(settings_lock);
     void close_down();
+    void rest();
+
+    // MountRelay.cpp: the mount's thread only.
+    bool is_relay() const EXCLUDES(settings_lock);
+    bool connect_relay();
+    void call_master(Request& master);
+    void log_relay_failure(const Request& master) const;
+    void rest_from_relay();
+
+    // MountNotify.cpp
+    void tell_source_came() const;
+    void tell_source_left() const;
+    Refusal ask(const Receiver& receiver, std::shared_ptr<Request>& inquiry) const;
+    void tell_listener_left(const Receiver& receiver, double seconds) const;
 
     // MountBuffers.cpp: the mount's thread only.
     std::shared_ptr<MediaReader> get_media_reader(const std::shared_ptr<Request>& source) const;
@@ -251,7 +276,7 @@ private:
     // MountListeners.cpp
     Refusal bar(const Receiver& receiver) const;
     bool exceeds_bitrate_limit() const;
-    bool is_authorized(const Receiver& receiver) const;
+    Refusal refuse_stranger(const Receiver& receiver) const;
     Refusal take_in(const std::shared_ptr<Receiver>& receiver) EXCLUDES(receivers_lock);
     bool is_ip_full(const std::string& ip) const REQUIRES(receivers_lock);
     bool is_full() const REQUIRES(receivers_lock);

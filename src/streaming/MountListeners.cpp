@@ -40,14 +40,12 @@ bool has_property(const User& user, int mount, const std::shared_ptr<Request>& r
 }
 } // namespace
 
-// Why a listener may not join, in the words of the log; ADMITTED when nothing is against it.
-struct Mount::Refusal {
-    int status = Admission::ADMITTED;
-    std::string words = {};
-};
-
-Admission Mount::RegisterReceiver(const std::shared_ptr<Receiver>& receiver) {
-    Refusal refusal = bar(*receiver);
+Admission Mount::RegisterReceiver(const std::shared_ptr<Receiver>& receiver,
+                                  std::shared_ptr<Request>& inquiry) {
+    Refusal refusal = inquiry ? Refusal() : bar(*receiver);
+    if (refusal.status == Admission::ADMITTED) refusal = ask(*receiver, inquiry);
+    if (refusal.status == Admission::PENDING) return {.status = Admission::PENDING};
+    const std::uint64_t time_limit = refusal.time_limit;
     if (refusal.status == Admission::ADMITTED) refusal = take_in(receiver);
     const auto sent = receiver->GetRequest();
     if (refusal.status != Admission::ADMITTED) {
@@ -61,17 +59,16 @@ Admission Mount::RegisterReceiver(const std::shared_ptr<Receiver>& receiver) {
                 << "] {UA: " << agent_of(*sent) << "} [I: " << receiver->GetUUID() << "]"
                 << std::endl;
     const bool wrap = !sent->Acceptable(ContentType()) && sent->Acceptable(FLV_TYPE);
-    return {.status = wrap ? Admission::ADMITTED_AS_FLV : Admission::ADMITTED};
+    return {.status = wrap ? Admission::ADMITTED_AS_FLV : Admission::ADMITTED,
+            .time_limit = time_limit};
 }
 
-// What bars a listener before places are counted.
+// What bars a listener whoever it is.
 Mount::Refusal Mount::bar(const Receiver& receiver) const {
     if (has_property(*UserList::GetBanUser(), id, receiver.GetRequest()))
-        return {Admission::BANNED, "Banned"};
+        return {.status = Admission::BANNED, .words = "Banned"};
     if (exceeds_bitrate_limit())
-        return {Admission::ABOVE_BITRATE, address + " Exceeds Bitrate Limit"};
-    if (auth_required && !is_authorized(receiver))
-        return {Admission::NOT_AUTHORIZED, "Not Authorized"};
+        return {.status = Admission::ABOVE_BITRATE, .words = address + " Exceeds Bitrate Limit"};
     return {};
 }
 
@@ -84,13 +81,16 @@ bool Mount::exceeds_bitrate_limit() const {
            difftime(now(), connect_time) > BITRATE_SETTLING_TIME;
 }
 
-bool Mount::is_authorized(const Receiver& receiver) const {
-    // Another server decides on the listeners, and nobody can ask it yet.
-    if (!GetNotifications().listener_add.empty()) return false;
+// Where the accounts decide.
+Mount::Refusal Mount::refuse_stranger(const Receiver& receiver) const {
+    if (!auth_required) return {};
     const auto account = receiver.GetUserAccount();
-    if (!account || account->GetGroup() == User::ANONYMOUS) return false;
     const auto sent = receiver.GetRequest();
-    return has_property(*account, User::EVERY_MOUNT, sent) || has_property(*account, id, sent);
+    const bool known = account && account->GetGroup() != User::ANONYMOUS;
+    if (known &&
+        (has_property(*account, User::EVERY_MOUNT, sent) || has_property(*account, id, sent)))
+        return {};
+    return {.status = Admission::NOT_AUTHORIZED, .words = "Not Authorized"};
 }
 
 // Gives the listener a place, for which another may have to go.
@@ -98,11 +98,12 @@ Mount::Refusal Mount::take_in(const std::shared_ptr<Receiver>& receiver) {
     std::shared_ptr<Receiver> victim;
     {
         spin_guard guard(receivers_lock);
-        if (is_ip_full(receiver->GetIP())) return {Admission::FULL, address + " IP Full"};
+        if (is_ip_full(receiver->GetIP()))
+            return {.status = Admission::FULL, .words = address + " IP Full"};
         if (is_full()) {
-            if (!receiver->Vip()) return {Admission::FULL, address + " Full"};
+            if (!receiver->Vip()) return {.status = Admission::FULL, .words = address + " Full"};
             victim = longest_listener();
-            if (!victim) return {Admission::FULL, address + " Reserve Full"};
+            if (!victim) return {.status = Admission::FULL, .words = address + " Reserve Full"};
         }
         count_in(receiver);
     }
@@ -154,6 +155,7 @@ void Mount::UnregisterReceiver(const std::shared_ptr<Receiver>& receiver) {
                     << " that is not registered." << std::endl;
         return;
     }
+    tell_listener_left(*receiver, stats.connected);
     const int error = receiver->LastError();
     LogWrite(2) << peer_of(*receiver) << "Connection Closed"
                 << (error != 0 ? " (" + socket_strerror(error) + ")" : "")

@@ -81,16 +81,17 @@ std::shared_ptr<Mount> Mount::GetFallbackMount() const {
 void Mount::RetrieveStream() {
     connected = false;
     kick = false;
-    if (!wait_for_source() || !take_source()) return;
-    if (open_stream()) {
+    if (!wait_for_source()) return;
+    const bool taken = is_relay() ? connect_relay() : take_source();
+    if (taken && open_stream()) {
         announce_source();
         pump();
     }
     end_session();
 }
 
-// False when the mount is to end. A mount with relay addresses takes no sources: this is where its
-// own connection to one of them begins.
+// False when the mount is to end. A mount with relay addresses takes no sources, and has nothing to
+// wait for.
 bool Mount::wait_for_source() {
     std::unique_lock guard(wake_mutex);
     wake_up.wait(guard, [this] { return stop || source_waits(); });
@@ -99,7 +100,7 @@ bool Mount::wait_for_source() {
 
 bool Mount::source_waits() const {
     spin_guard guard(settings_lock);
-    return relays.empty() && request != nullptr;
+    return !relays.empty() || request != nullptr;
 }
 
 bool Mount::take_source() {
@@ -159,10 +160,11 @@ void Mount::take_properties(const Request& source) {
 }
 
 void Mount::announce_source() {
-    LogWrite(2) << session.peer << "Source Connected (A: " << session.stream
-                << ") [T: " << session.type << "]" << std::endl;
-    if (!session.socket) return;
-    take_text(&Mount::last_ip, session.socket->GetIP());
+    LogWrite(2) << session.peer << (session.is_relay ? "Relay" : "Source")
+                << " Connected (A: " << session.stream << ") [T: " << session.type << "]"
+                << std::endl;
+    if (session.socket) take_text(&Mount::last_ip, session.socket->GetIP());
+    tell_source_came();
 }
 
 void Mount::pump() {
@@ -186,28 +188,31 @@ void Mount::follow_metadata(const PacketBuffer& buffer) {
     change_meta_data(record);
 }
 
-// Whoever sent a request meanwhile has lost: it goes with the one whose session ends here.
+// Whoever sent a request meanwhile has lost: it goes with the one whose session ends here. To a
+// relay nobody's request matters.
 void Mount::log_end(int result, int error) {
-    drop_request(nullptr);
+    if (!session.is_relay) drop_request(nullptr);
     LogWrite line(2);
-    line << session.peer << "Source Disconnected ";
+    line << session.peer << (session.is_relay ? "Relay" : "Source") << " Disconnected ";
     if (result == PacketBuffer::FILL_FAILED)
-        line << "[Error: (" << error << ") " << socket_strerror(error) << "]";
-    else
-        line << "Gracefully";
-    line << " (A: " << session.stream << ")" << std::endl;
+        line << "[Error: (" << error << ") " << socket_strerror(error) << "] ";
+    else if (!session.is_relay)
+        line << "Gracefully ";
+    line << "(A: " << session.stream << ")" << std::endl;
 }
 
 // Undoes what the session did so far. Listeners, packets and the reader stay.
 void Mount::end_session() {
     if (session.request) drop_request(session.request);
+    if (connected) tell_source_left();
     if (session.socket) session.socket->Close();
     source_socket.store(nullptr);
     if (connected) {
         MountList::IncTotalActiveMounts(-1);
         reset();
     }
-    session = {};
+    const bool was_relay = session.is_relay;
+    session = {.is_relay = was_relay}; // which the rest depends on
 }
 
 // Lets go of the stored request; with `only`, unless it is another one by now.

@@ -90,10 +90,15 @@ void Mount::Process() {
     do {
         while (!stop) {
             attempt(&Mount::RetrieveStream);
-            if (!stop) Sleep(SESSION_PAUSE_MS);
+            if (!stop) attempt(&Mount::rest);
         }
         attempt(&Mount::close_down);
     } while (goes_on());
+}
+
+void Mount::rest() {
+    if (session.is_relay && is_relay()) rest_from_relay();
+    Sleep(SESSION_PAUSE_MS);
 }
 
 // What fails in a way that nobody foresaw ends a session, never the server.

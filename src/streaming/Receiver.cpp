@@ -118,9 +118,10 @@ void Receiver::slice() {
 
 // Looks for the peer's end with one peeked byte: a listener's socket is only written otherwise.
 // While an answer or a farewell leaves, the sending notices; a peer that has said all it wants to
-// say may close its end before it reads.
+// say may close its end before it reads. A listener about whom another server is asked is taken in
+// first, so that this server hears of the leave as it heard of the join.
 bool Receiver::peer_is_gone() {
-    if (after_answer != Then::NOTHING || body_ended) return false;
+    if (after_answer != Then::NOTHING || body_ended || inquiry) return false;
     char byte = 0;
     const int result = socket->Recv(&byte, 1, MSG_PEEK, 0);
     if (result != IO_END && result != IO_FAILED) return false;
@@ -135,12 +136,14 @@ void Receiver::run_long_answer() {
         finish_answer();
     else if (web_panel)
         continue_page();
+    else if (inquiry)
+        continue_admission();
     else
         stream();
 }
 
 bool Receiver::is_listener() const {
-    return Status() == RUNNING && after_answer == Then::NOTHING && !web_panel;
+    return Status() == RUNNING && after_answer == Then::NOTHING && !web_panel && !inquiry;
 }
 
 double Receiver::seconds_since(time_t moment) const {

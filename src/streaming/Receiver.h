@@ -23,7 +23,8 @@ class WebPanel;
 struct METADATA;
 
 // One accepted connection, from its first byte to its end: it reads the request, tells from it what
-// the connection is (a source, a page, a listener), and serves it. A source is handed to its Mount.
+// the connection is (a source, a page, a listener), and serves it. A source is handed to its Mount;
+// a listener about whom another server is asked takes its place when the answer is in.
 // Held by ReceiverList and the pool, and by the Mount that it listens to.
 //
 // One worker at a time runs Process, with process_lock held, and never waits in it: what cannot go
@@ -111,6 +112,7 @@ private:
     bool taken_as_source() REQUIRES(process_lock);
     bool refused_without_source() REQUIRES(process_lock);
     bool refused_by_admission() REQUIRES(process_lock);
+    void continue_admission() REQUIRES(process_lock);
     void start_listening() REQUIRES(process_lock);
     bool is_reserved() const REQUIRES(process_lock);
     void continue_page() REQUIRES(process_lock);
@@ -150,6 +152,7 @@ private:
     void check_streaming_limits() REQUIRES(process_lock);
     void end_stream(const std::string& why) REQUIRES(process_lock);
     void leave_buffer() REQUIRES(process_lock);
+    void finish_move() REQUIRES(process_lock);
 
     // ReceiverTeardown.cpp: the end.
     void tear_down() REQUIRES(process_lock);
@@ -170,6 +173,7 @@ private:
     bool extended = false;        // counted as one who stayed long
     bool left_list = false;
     bool body_ended = false; // by a teardown, which may take several slices
+    bool is_moving = false;  // a listener, to the mount that has been set
     Then after_answer = Then::NOTHING;
     std::atomic<int> status{READING};
     mutable spinlock name_lock;
@@ -207,4 +211,5 @@ private:
     std::shared_ptr<METADATA> next_metadata; // of the packet last written
     std::shared_ptr<PacketBuffer> packet_buffer;
     std::shared_ptr<WebPanel> web_panel;
+    std::shared_ptr<Request> inquiry; // whether the listener may join, while another server thinks
 };

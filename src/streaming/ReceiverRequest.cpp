@@ -217,10 +217,15 @@ bool Receiver::refused_without_source() {
     return true;
 }
 
-// The mount asked for admits, also when its fallback is played.
+// The mount asked for admits, also when its fallback is played. Another server may have to be
+// asked, and then nothing is decided yet.
 bool Receiver::refused_by_admission() {
-    vip = is_reserved();
-    const Admission admission = GetMount()->RegisterReceiver(getptr());
+    if (!inquiry) vip = is_reserved();
+    const Admission admission = GetMount()->RegisterReceiver(getptr(), inquiry);
+    if (admission.status == Admission::PENDING) {
+        become(RUNNING);
+        return true;
+    }
     time_limit = admission.time_limit;
     admission_status = admission.status;
     if (admission.status == Admission::ADMITTED || admission.status == Admission::ADMITTED_AS_FLV)
@@ -231,6 +236,13 @@ bool Receiver::refused_by_admission() {
         451, "Unavailable For Legal Reasons", "Access to this server has been terminated."));
     conclude();
     return true;
+}
+
+void Receiver::continue_admission() {
+    if (is_moving)
+        finish_move();
+    else if (!refused_by_admission())
+        start_listening();
 }
 
 void Receiver::start_listening() {

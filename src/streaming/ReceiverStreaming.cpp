@@ -201,7 +201,13 @@ void Receiver::SetMount(const std::shared_ptr<Mount>& new_mount) {
     }
     leave_mount();
     move_to(new_mount, nullptr);
-    new_mount->RegisterReceiver(getptr()); // a refusal is not looked at
-    packet_buffer = new_mount->GetNextPacketBuffer(buffer_index);
+    finish_move();
+}
+
+// A refusal is not looked at; but the answer of a server that is asked is waited for.
+void Receiver::finish_move() {
+    is_moving = mount->RegisterReceiver(getptr(), inquiry).status == Admission::PENDING;
+    if (is_moving) return;
+    packet_buffer = mount->GetNextPacketBuffer(buffer_index);
     if (packet_buffer) packet_buffer->AddListener(getptr(), false);
 }

@@ -13,8 +13,10 @@
 // Takes a slice, or as many as the last bytes need to leave; every step may come again.
 void Receiver::tear_down() {
     become(ENDING);
-    if (after_answer != Then::NOTHING) forget_mount(); // which no listener is registered on
+    // On which no listener is registered then.
+    if (after_answer != Then::NOTHING || inquiry) forget_mount();
     after_answer = Then::NOTHING;
+    inquiry.reset();
     web_panel.reset();
     packets.Clear();
     leave_buffer();

@@ -26,6 +26,10 @@ void RelayList::Remove(const std::string& address) {
     restore_turn(in_turn);
 }
 
+void RelayList::Advance() {
+    if (!empty()) turn = (turn + 1) % addresses.size();
+}
+
 std::vector<std::string>::iterator RelayList::find(const std::string& address) {
     return std::find(addresses.begin(), addresses.end(), address);
 }

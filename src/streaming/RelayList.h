@@ -17,6 +17,8 @@ public:
     // Puts another address into the place of `old_address`; without that, adds it.
     void Set(const std::string& old_address, const std::string& new_address);
     void Remove(const std::string& address);
+    // Gives the turn to the next address, after the last to the first.
+    void Advance();
 
 private:
     std::vector<std::string>::iterator find(const std::string& address);

@@ -9,6 +9,7 @@
 #include "streaming/MountList.h"
 #include "streaming/Receiver.h"
 #include "streaming/ReceiverList.h"
+#include "support/Admit.h"
 #include "support/Broadcaster.h"
 #include "support/LogLines.h"
 #include "support/ReceiverProbe.h"
@@ -43,7 +44,7 @@ struct MountListeners : testing::Test {
     LogLines log;
 
     Caller& call(const std::string& fields = {}) { return callers.emplace_back(fields); }
-    int knock(Caller& caller) { return mount->RegisterReceiver(caller.receiver).status; }
+    int knock(Caller& caller) { return admit(*mount, caller.receiver).status; }
     int knock() { return knock(call()); }
     void set(const std::string& key, const std::string& value) {
         Set(mount->GetConfigNode(), key, value);
@@ -57,7 +58,7 @@ struct MountListeners : testing::Test {
 
 TEST_F(MountListeners, AListenerIsAdmittedAndCounted) {
     Caller& caller = call();
-    const Admission admission = mount->RegisterReceiver(caller.receiver);
+    const Admission admission = admit(*mount, caller.receiver);
     EXPECT_EQ(admission.status, Admission::ADMITTED);
     EXPECT_EQ(admission.time_limit, 0U);
     EXPECT_EQ(mount->ReceiverSize(), 1U);
@@ -134,13 +135,6 @@ TEST_F(MountListeners, WithoutALoginNobodyEntersAMountThatAsksForOne) {
     EXPECT_EQ(log.All(), (std::vector{refusal("Not Authorized")}));
 }
 
-TEST_F(MountListeners, WhileAnotherServerDecidesNobodyEntersAMountThatAsksForALogin) {
-    set("NotifyListenerAdd", "http://far/add");
-    EXPECT_EQ(knock(), Admission::ADMITTED);
-    set("Auth", "1");
-    EXPECT_EQ(knock(), Admission::NOT_AUTHORIZED);
-}
-
 TEST_F(MountListeners, WithRoomForNobodyEverybodyIsRefused) {
     set("UserMax", "0");
     EXPECT_EQ(knock(), Admission::FULL);
@@ -191,7 +185,7 @@ TEST_F(MountListeners, ControlBytesOfAClientDoNotReachTheLog) {
     const auto request = receiver->GetRequest();
     ASSERT_TRUE(
         Broadcaster::comes_true([&] { return request->ReadRequest() > 0 && request->Complete(); }));
-    mount->RegisterReceiver(receiver);
+    admit(*mount, receiver);
     EXPECT_EQ(log.All().back().find_first_of("\t\x01"), std::string::npos);
 }
 

@@ -3,6 +3,7 @@
 #include "streaming/Mount.h"
 #include "streaming/Receiver.h"
 #include "streaming/ReceiverList.h"
+#include "support/Admit.h"
 #include "support/LoopbackPair.h"
 #include "support/Sections.h"
 
@@ -27,7 +28,7 @@ struct MountStatisticsTest : testing::Test {
     void SetUp() override { mount = std::make_shared<Mount>("/live", 1, AddSection("1", {})); }
     std::shared_ptr<Receiver> join() {
         const auto receiver = std::make_shared<Receiver>(pairs.emplace_back().server);
-        mount->RegisterReceiver(receiver);
+        admit(*mount, receiver);
         return receiver;
     }
     void set_history(const std::string& length) {

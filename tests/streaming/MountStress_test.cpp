@@ -3,6 +3,7 @@
 #include "streaming/Mount.h"
 #include "streaming/MountList.h"
 #include "streaming/Receiver.h"
+#include "support/Admit.h"
 #include "support/Broadcaster.h"
 #include "support/Sections.h"
 
@@ -59,7 +60,7 @@ TEST(MountStress, SourcesListenersSettingsAndReadersAtOnce) {
                       [&] {
                           LoopbackPair pair;
                           const auto receiver = std::make_shared<Receiver>(pair.server);
-                          mount->RegisterReceiver(receiver);
+                          admit(*mount, receiver);
                           mount->UnregisterReceiver(receiver);
                       },
                       [&] { read_everything(*mount); },

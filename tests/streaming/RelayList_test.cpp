@@ -68,3 +68,21 @@ TEST(RelayList, RemovingAStrangerChangesNothing) {
     relays.Remove("http://x");
     EXPECT_EQ(relays.Current(), "http://a");
 }
+
+TEST(RelayList, TheTurnGoesRoundAndStaysWithItsAddress) {
+    RelayList relays;
+    relays.Advance(); // nobody's turn
+    relays.Add("http://a");
+    relays.Add("http://b");
+    relays.Advance();
+    EXPECT_EQ(relays.Current(), "http://b");
+    relays.Remove("http://a");
+    EXPECT_EQ(relays.Current(), "http://b");
+    relays.Advance();
+    EXPECT_EQ(relays.Current(), "http://b");
+    relays.Add("http://c");
+    relays.Advance();
+    EXPECT_EQ(relays.Current(), "http://c");
+    relays.Advance();
+    EXPECT_EQ(relays.Current(), "http://b");
+}

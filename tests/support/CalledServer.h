@@ -48,6 +48,13 @@ public:
         fd = -1;
     }
 
+    // Closes with a reset: the caller's next read meets a hard error.
+    void Reset() {
+        const linger at_once{.l_onoff = 1, .l_linger = 0};
+        setsockopt(fd, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        Close();
+    }
+
 private:
     bool receive_into(std::string& bytes) const {
         char block[65536];

@@ -1,0 +1,286 @@
+"""Mounts that fetch their stream from another server, and servers that fetch theirs from this one."""
+import hashlib
+import shlex
+import socket
+import time
+
+import pytest
+
+from harness import media
+from harness.client import fetch
+from harness.compare import PROBE, assert_heard
+from harness.icecast import Icecast
+from harness.listener import Listener
+from harness.operator import comes_true, reload
+from harness.programs import run_program
+from harness.server import mount
+from harness.source import HttpSource, IcySource
+from harness.station import PROPERTIES, frames, on_air
+
+SECONDS = 4  # of every stream that is compared
+MARK = 4 + media.MP3_SIDE_INFO + 12  # up to and with the number of a frame
+PCM = 44100 * 2 * 2  # bytes of a second
+SETTLING = 3 * PCM // 2  # what a decoder that comes in the middle may need until it agrees with others
+KINDS = ["mp3", "aac", "vorbis", "opus"]
+
+
+def address(server, path="/live"):
+    return f"http://{server.host}:{server.port}{path}"
+
+
+def relay_of(*addresses, **keys):
+    """The settings of a mount /live that relays these, and tries again soon."""
+    return mount("/live", **{"DisconnectWait": 1, "Relay": list(addresses), **keys})
+
+
+def relaying(start_server, *masters, **keys):
+    """A server that relays, and does so by now."""
+    server = start_server(relay_of(*masters, **keys))
+    server.wait_log("> Relay Connected (A: ")
+    return server
+
+
+def hears(server, source, first, target="/live", **options):
+    """Whether what the source sends from here on comes out of the server, frame by frame."""
+    with Listener(server, target, **options) as listener:
+        data = frames(400, first)
+        source.push(data)
+        heard = listener.audio_from(data[:MARK], 200 * 417)
+        return heard == data[:len(heard)]
+
+
+def send_with_ffmpeg(start_program, host, port, recording, path="/live"):
+    return start_program("ffmpeg", "-v", "error", "-re", "-i", recording.path, *shlex.split(recording.sending),
+                         "-content_type", recording.kind.content_type, f"icecast://source:hackme@{host}:{port}{path}")
+
+
+def hear_with_curl(start_program, server, recording, place, path="/live"):
+    curl = start_program("curl", "-sS", "-N", "-o", place / "heard", f"http://{server.host}:{server.port}{path}")
+    return curl.wait_written(place / "heard", recording.size(SECONDS))
+
+
+def assert_is_of(heard, recording, place):
+    """Pages of an Ogg header come first, from the front of the stream; the rest is whole.
+
+    Icecast puts the packets of Vorbis into pages of its own, so that is compared as it sounds.
+    """
+    if recording.kind.file == "vorbis.ogg":
+        (place / "heard.part").write_bytes(heard)
+        heard, sent = sound_of(place / "heard.part", place), sound_of(recording.sent, place)
+        assert_heard(heard, sent, least=(SECONDS - 2) * PCM, skipping=SETTLING)
+    else:
+        assert_heard(heard, recording.sent.read_bytes(), least=len(heard) - 16 * PROBE, skipping=16 * PROBE)
+
+
+def sound_of(file, place):
+    run_program("ffmpeg", "-v", "quiet", "-y", "-i", file, "-f", "s16le", place / "sound")
+    return (place / "sound").read_bytes()
+
+
+# ---- from another Quillwave --------------------------------------------------------------------------------------------
+
+@pytest.mark.parametrize("path", ["/live", "/"], ids=["by chunks", "by icy blocks"])
+def test_relay_of_another_quillwave_is_the_same_stream(start_server, path):
+    with on_air(start_server, mount("/live", IsDefault="yes")) as (master, source):
+        source.push(frames(300))
+        server = relaying(start_server, address(master, path))
+        assert "(A: 127.0.0.1:%d/live) [T: Mpeg Object]" % server.port in server.wait_log("> Relay Connected")
+        assert hears(server, source, 1000)
+
+
+def test_listeners_of_a_relay_are_told_what_the_master_says(start_server):
+    with on_air(start_server) as (master, source):
+        source.push(frames(100))
+        server = relaying(start_server, address(master))
+        with Listener(server, "/live") as listener:
+            assert [listener.head[name] for name in ("icy-name", "icy-genre", "icy-br", "icy-url", "content-type")] == \
+                ["Name", "Genre", "128", "http://x/", "audio/mpeg"]
+
+
+@pytest.mark.parametrize("path", ["/live", "/"], ids=["by chunks", "by icy blocks"])
+def test_titles_come_through(start_server, path):
+    master = start_server(mount("/live", IsDefault="yes"))
+    with IcySource(master, metaint=4170) as source:
+        master.wait_source()
+        source.push(frames(300))
+        server = relaying(start_server, address(master, path))
+        with Listener(server, "/live", metadata=True) as listener:
+            source.set_title("Ann Other - Søng & more")
+            source.push(frames(400, 1000))
+            listener.audio_until(lambda: "Ann Other - Søng & more" in listener.titles)
+
+
+def test_source_on_a_relay_is_greeted_and_never_heard(start_server):
+    server = start_server(relay_of("http://127.0.0.1:1/live"))
+    server.wait_log("Relay Connect Failed")
+    with HttpSource(server, "/live") as source:
+        assert source.answer.status == 200
+        source.push(frames(30))
+        server.wait_log("Relay Connect Failed", 1)
+        assert fetch(server.port, "/live", version="HTTP/1.0").status == 503
+        assert not any("Source Connected" in line for line in server.log_lines())
+
+
+# ---- failures ----------------------------------------------------------------------------------------------------------
+
+def test_master_that_dies_and_returns_is_taken_up_again(start_server):
+    master = start_server(mount("/live"))
+    with HttpSource(master, "/live") as source:
+        master.wait_source()
+        source.push(frames(300))
+        server = relaying(start_server, address(master))
+        listener = Listener(server, "/live")
+        first = frames(100, 1000)
+        source.push(first + frames(100, 1100))
+        listener.audio_from(first[:MARK], 417)
+        master.stop()
+    server.wait_log("> Relay Disconnected ")
+    server.wait_log("> Relay Connect Failed, Retrying in 1s (A: ")
+    master.start()
+    with HttpSource(master, "/live") as source:
+        master.wait_source()
+        source.push(frames(300, 5000))
+        server.wait_log("> Relay Connected (A: ", 2)
+        again = frames(300, 6000)
+        source.push(again)
+        assert listener.audio_from(again[:MARK], 417 * 100) == again[:417 * 100]
+    listener.close()
+
+
+def test_master_without_a_source_is_a_failure_with_its_words(start_server):
+    master = start_server(mount("/live"))
+    server = start_server(relay_of(address(master)))
+    assert " [Error: (401) No Source] (A: " in server.wait_log("> Relay Connect Failed, Retrying in 1s")
+
+
+def test_addresses_are_tried_in_turn(start_server):
+    nobody, empty = f"http://127.0.0.1:{1}/live", start_server(mount("/live"))
+    with on_air(start_server, directory="master") as (master, source):
+        source.push(frames(300))
+        server = relaying(start_server, nobody, address(empty), address(empty, "/none"), address(master))
+        failures = [line for line in server.log_lines() if "Relay Connect Failed" in line]
+        assert ["(401) No Source" in failures[1], "(404) Not Found" in failures[2]] == [True, True]
+        assert "Error" not in failures[0]
+        assert hears(server, source, 1000)
+
+
+def test_address_that_cannot_be_read_does_no_harm(start_server):
+    with on_air(start_server) as (master, source):
+        source.push(frames(300))
+        server = relaying(start_server, "http://127.0.0.1/a:b", address(master))
+        assert hears(server, source, 1000)
+
+
+def test_stop_while_a_master_is_silent(start_server):
+    with socket.create_server(("127.0.0.1", 0)) as silent:
+        server = start_server(relay_of(f"http://127.0.0.1:{silent.getsockname()[1]}/live", DisconnectWait=1000))
+        connection, _ = silent.accept()
+        assert connection.recv(65536).startswith(b"GET /live HTTP/1.1\r\n")
+        assert server.stop() == 0
+        connection.close()
+
+
+def test_relay_taken_away_by_a_reload_lets_sources_in(start_server):
+    with on_air(start_server) as (master, source):
+        source.push(frames(300))
+        server = start_server(relay_of(address(master)), console=True)
+        server.wait_log("> Relay Connected (A: ")
+        text = "".join(line for line in server.read("quillwave.conf").splitlines(True) if "Relay" not in line)
+        reload(server, text)
+    server.wait_log("> Relay Disconnected ")
+    with HttpSource(server, "/live") as own:
+        server.wait_source()
+        own.push(frames(100))
+        comes_true(server, lambda: fetch(server.port, "/live", method="HEAD", version="HTTP/1.0").status == 200)
+
+
+# ---- chains and many ---------------------------------------------------------------------------------------------------
+
+def test_chain_of_three_plays_the_same_bytes(start_server):
+    """What comes out behind three servers, at the pace at which it plays, are the bytes that went in."""
+    seconds = 8
+    with on_air(start_server, directory="first") as (first, source):
+        source.push(frames(300))
+        second = relaying(start_server, address(first))
+        third = relaying(start_server, address(second))
+        with Listener(third, "/live") as listener:
+            stretch = frames(seconds * 38, 10000)
+            begun = time.monotonic()
+            for second_of_it in range(seconds):
+                source.push(stretch[second_of_it * 38 * 417:(second_of_it + 1) * 38 * 417])
+                time.sleep(max(0, begun + (second_of_it + 1) * 0.5 - time.monotonic()))
+            source.push(frames(300, 20000))
+            heard = listener.audio_from(stretch[:MARK], len(stretch))
+            assert hashlib.sha256(heard).hexdigest() == hashlib.sha256(stretch).hexdigest()
+
+
+def test_fifty_relays_at_once(start_server):
+    count = 50
+    with on_air(start_server, directory="first") as (master, source):
+        source.push(frames(300))
+        settings = [pair for index in range(1, count + 1)
+                    for pair in mount(f"/live{index}", index, Relay=address(master), DisconnectWait=1)]
+        server = start_server(settings)
+        server.wait_until(
+            lambda: sum("> Relay Connected" in line for line in server.log_lines()) >= count, complaint="some are missing")
+        listeners = [Listener(server, f"/live{index}") for index in range(1, count + 1)]
+        stretch = frames(300, 5000)
+        source.push(stretch)
+        for listener in listeners:
+            assert listener.audio_from(stretch[:MARK], 417 * 50) == stretch[:417 * 50]
+            listener.close()
+
+
+# ---- Icecast -----------------------------------------------------------------------------------------------------------
+
+@pytest.mark.parametrize("kind", KINDS)
+def test_relay_of_icecast(start_server, start_program, recordings, tmp_path, kind):
+    recording = recordings[kind]
+    master = Icecast(start_program, tmp_path / "icecast").start()
+    send_with_ffmpeg(start_program, master.host, master.port, recording)
+    server = relaying(start_server, master.address("/live"))
+    assert_is_of(hear_with_curl(start_program, server, recording, tmp_path), recording, tmp_path)
+
+
+@pytest.mark.parametrize("kind", KINDS)
+def test_icecast_relays_this_server(start_server, start_program, recordings, tmp_path, kind):
+    recording = recordings[kind]
+    server = start_server(mount("/live"))
+    send_with_ffmpeg(start_program, server.host, server.port, recording)
+    server.wait_source()
+    slave = Icecast(start_program, tmp_path / "icecast", relays=[(server.port, "/live")]).start()
+    server.wait_log("Connection Opened")
+    slave.program.wait_until(lambda: plays(slave), "the stream is not there")
+    assert_is_of(hear_with_curl(start_program, slave, recording, tmp_path), recording, tmp_path)
+
+
+def plays(server):
+    with Listener(server, "/live") as listener:
+        return listener.head.status == 200
+
+
+def test_titles_of_icecast_come_through(start_server, start_program, tmp_path):
+    master = Icecast(start_program, tmp_path / "icecast").start()
+    with HttpSource(master, "/live", headers=PROPERTIES, version="HTTP/1.0") as source:
+        source.push(frames(300))
+        server = relaying(start_server, master.address("/live"))
+        with Listener(server, "/live", metadata=True) as listener:
+            answer = fetch(master.port, "/admin/metadata?mount=/live&mode=updinfo&song=Some+One+-+Thing",
+                           user=("admin", "hackme"))
+            assert answer.status == 200, answer.text
+            source.push(frames(2000, 1000))
+            listener.audio_until(lambda: "Some One - Thing" in listener.titles)
+
+
+def test_icecast_gets_the_titles_of_this_server(start_server, start_program, tmp_path):
+    server = start_server(mount("/live"))
+    with IcySource(server, metaint=4170) as source:
+        server.wait_source()
+        source.push(frames(300))
+        slave = Icecast(start_program, tmp_path / "icecast", relays=[(server.port, "/live")], metadata=True).start()
+        server.wait_log("Connection Opened")
+        source.set_title("Some One - Thing")
+        source.push(frames(300, 1000))
+        with Listener(slave, "/live", metadata=True) as listener:
+            source.push(frames(1000, 2000))
+            listener.audio_until(lambda: "Some One - Thing" in listener.titles)
