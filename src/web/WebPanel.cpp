@@ -94,16 +94,14 @@ bool WebPanel::Shadows(const std::string& path) {
 }
 
 int WebPanel::answer_by(std::span<const Route> routes) {
+    const std::string path = request->Path();
     for (const Route& route : routes) {
-        if (!fits(route)) continue;
+        if (!matches(route, path)) continue;
+        if (route.access == Access::ADMINISTRATORS && !is_admin()) continue;
         const int result = (this->*route.answer)();
         if (result != GO_ON) return result;
     }
     return GO_ON;
-}
-
-bool WebPanel::fits(const Route& route) const {
-    return matches(route, request->Path()) && (route.access == Access::ANYONE || is_admin());
 }
 
 bool WebPanel::matches(const Route& route, std::string_view path) {

@@ -128,7 +128,6 @@ private:
     static const Route ROUTES[];
     static const Route ADMIN_STEPS[];
     int answer_by(std::span<const Route> routes);
-    bool fits(const Route& route) const;
     static bool matches(const Route& route, std::string_view path);
 
     // Public routes (WebPanel.cpp, WebPanelStreamRoutes.cpp).

@@ -57,10 +57,13 @@ int WebPanel::tail_log() {
     return send_log_lines();
 }
 
-// Who has lost the right to the log meanwhile gets no more of it.
+// Who has lost the right to the log meanwhile gets no more of it, and the end of the connection,
+// for nothing else tells the end of a log.
 int WebPanel::continue_log_tail() {
     user = UserList::Get(request);
-    return is_admin() ? send_log_lines() : ANSWERED;
+    if (is_admin()) return send_log_lines();
+    request->ForgoKeepAlive();
+    return ANSWERED;
 }
 
 int WebPanel::send_log_lines() {
