@@ -46,9 +46,14 @@ function blankAudio() {
   if (audioElement) audioElement.src = "about:blank";
 }
 
+// What has a meaning in an address, but is a letter of the mount's.
+function addressOf(mnt) {
+  return encodeURI(mnt).replace(/[?#]/g, encodeURIComponent);
+}
+
 function playNative(mnt) {
-  if (audioElement) audioElement.src = mnt;
-  else audioElement = new Audio(mnt);
+  if (audioElement) audioElement.src = addressOf(mnt);
+  else audioElement = new Audio(addressOf(mnt));
   var started = audioElement.play();
   // Rejected when the stream is left before it sounds, which is no fault.
   if (started && started["catch"]) started["catch"](function () {});
