@@ -62,12 +62,14 @@ Markup help(const std::string& type, const std::string& words) {
 // What to write as the target of each type.
 Markup help_row() {
     return wide_row(
-        2, html::element("dl", help("IP", "One address, such as 192.0.2.7.") +
-                                   help("Subnet", "A range, such as 192.0.2.0/24. "
-                                                  "Never end it with /32 or /0: both match every "
-                                                  "client there is, yourself included.") +
-                                   help("User Agent", "The whole name a client gives itself.") +
-                                   help("All", "Every client; write * as the target.")));
+        2,
+        html::element("dl", help("IP", "One address, such as 192.0.2.7.") +
+                                help("Subnet",
+                                     "A range that ends with /8, /16 or /24, such as 192.0.2.0/24. "
+                                     "Never end it with /32 or /0: both match every "
+                                     "client there is, yourself included.") +
+                                help("User Agent", "The whole name a client gives itself.") +
+                                help("All", "Every client; write * as the target.")));
 }
 
 Markup button_row() {

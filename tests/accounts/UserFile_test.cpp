@@ -161,6 +161,50 @@ TEST(UserFile, OtherVersionIsNotReadAndReplacedByTheNextSave) {
     EXPECT_EQ(folder.Read("users.xml"), EMPTY_FILE);
 }
 
+TEST(UserFile, WhatWasNotReadIsCopiedBeforeItIsReplaced) {
+    const TemporaryDirectory folder;
+    folder.Write("users.xml", "<userlist version=\"2.0\"/>");
+    chmod(folder.Path("users.xml").c_str(), 0640);
+    UserList::Init(folder.Path("users.xml"));
+    UserList::Unserialize();
+    EXPECT_FALSE(folder.Has("users.xml.unread"));
+    UserList::Serialize();
+    EXPECT_EQ(folder.Read("users.xml"), EMPTY_FILE);
+    EXPECT_EQ(folder.Read("users.xml.unread"), "<userlist version=\"2.0\"/>");
+    struct stat copy {};
+    stat(folder.Path("users.xml.unread").c_str(), &copy);
+    EXPECT_EQ(copy.st_mode & 07777, 0640U);
+}
+
+TEST(UserFile, TheFirstCopyIsNeverReplaced) {
+    const TemporaryDirectory folder;
+    folder.Write("users.xml", "second accident");
+    folder.Write("users.xml.unread", "first accident");
+    UserList::Init(folder.Path("users.xml"));
+    UserList::Serialize();
+    EXPECT_EQ(folder.Read("users.xml"), EMPTY_FILE);
+    EXPECT_EQ(folder.Read("users.xml.unread"), "first accident");
+}
+
+TEST(UserFile, WhatWasReadOrWrittenHereIsNotCopied) {
+    const TemporaryDirectory folder;
+    UserList::Init(folder.Path("users.xml"));
+    UserList::Serialize();
+    UserList::Serialize();
+    UserList::Unserialize();
+    UserList::Serialize();
+    EXPECT_FALSE(folder.Has("users.xml.unread"));
+}
+
+TEST(UserFile, WhatIsNoFileIsNotCopied) {
+    const TemporaryDirectory folder;
+    std::filesystem::create_symlink("/dev/null", folder.Path("users.xml"));
+    UserList::Init(folder.Path("users.xml"));
+    UserList::Unserialize();
+    UserList::Serialize();
+    EXPECT_FALSE(folder.Has("users.xml.unread"));
+}
+
 TEST(UserFile, BrokenOrForeignTextChangesNothing) {
     const std::string user = "<users><user><username>joe</username></user></users>";
     for (const std::string& text :

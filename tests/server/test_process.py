@@ -287,6 +287,18 @@ def test_first_run_leaves_an_old_user_file_unread(start_server):
     assert server.stop() == 0
     assert f">{password}</password>" in server.read("quillwave-users.xml")
     assert "old-secret" not in server.read("quillwave-users.xml")
+    assert server.read("quillwave-users.xml.unread") == old, "nobody loses accounts by a mistyped path"
+
+
+def test_account_of_the_first_run_outlives_a_crash(start_server):
+    server = start_server(config=False, wait=False)
+    password = first_run(server)
+    server.wait_until(lambda: f">{password}</password>" in server.read("quillwave-users.xml"), complaint="no account")
+    server.kill()
+
+    server.write("quillwave.conf", f"PortBase={server.port}\nSCSourcePort={server.source_port}\nServIP=127.0.0.1\n")
+    server.start()
+    assert fetch(server.port, "/admin/", user=("admin", password)).status == 200
 
 
 # ---- threads ---------------------------------------------------------------------------------------------------------
