@@ -219,6 +219,7 @@ private:
     // MountSettings.cpp
     static const SettingKey SETTING_KEYS[];
     void read_settings();
+    bool changes(const SettingKey& row, ConfigNode& node, const std::string& old_value) const;
     bool has_own(const std::string& key) const;
     void follow_relay(bool in_default, const std::string& old_url, const std::string& new_url);
     void settle_default_relays();

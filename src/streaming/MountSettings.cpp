@@ -186,9 +186,18 @@ bool Mount::OnConfigNodeChanged(std::shared_ptr<ConfigNode> node, std::string ol
     if (key == "relay") follow_relay(in_default, old_value, node->GetValue(""));
     if ((key == "user" || key == "pass") && !in_default) make_source_account();
     for (const SettingKey& row : SETTING_KEYS)
-        if (row.Is(key, in_default) && !(in_default && has_own(row.key)))
+        if (row.Is(key, in_default) && changes(row, *node, old_value))
             row.take(*this, SettingValue(*this, row, true));
     return false;
+}
+
+// Whether the mount's value of this key is another one now. A new key is told of twice, the first
+// time with an empty value; and a default counts as long as the section has no value.
+bool Mount::changes(const SettingKey& row, ConfigNode& node, const std::string& old_value) const {
+    if (node.GetParent() == default_node)
+        return !has_own(row.key) && node.GetValue("") != old_value;
+    const std::string shared = default_node->GetChild(row.key_in_default, false)->GetValue("");
+    return node.GetValue(shared) != (old_value.empty() ? shared : old_value);
 }
 
 bool Mount::has_own(const std::string& key) const {

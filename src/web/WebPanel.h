@@ -2,6 +2,7 @@
 
 #include "web/FormFields.h"
 #include "web/Html.h"
+#include "web/ListenerRow.h"
 
 #include <atomic>
 #include <ctime>
@@ -17,6 +18,7 @@ class Mount;
 class Request;
 class Response;
 class User;
+struct SettingsForm;
 
 // The web site of the server, as one request meets it: which page it is, who may see it, and the
 // page itself. Made by a Receiver for a request, and used by one worker at a time. Nothing here
@@ -96,7 +98,16 @@ public:
     html::Markup create_mount_last_played(int id);
     html::Markup create_publication_list(int id);
 
-    // ---- Listener pages (WebPanelListeners.cpp). An id of -1: all mounts of the user ----
+    // ---- Listener pages (WebPanelListeners.cpp, WebPanelListenerActions.cpp,
+    // WebPanelReceiver.cpp). An id of -1: all mounts of the user ----
+    using sort_hostname = sort_listener_by<&ListenerRow::hostname>;
+    using sort_user = sort_listener_by<&ListenerRow::user>;
+    using sort_useragent = sort_listener_by<&ListenerRow::user_agent>;
+    using sort_connecttime = sort_listener_by<&ListenerRow::connect_time>;
+    using sort_datasent = sort_listener_by<&ListenerRow::bytes_sent>;
+    using sort_bitrate = sort_listener_by<&ListenerRow::bitrate>;
+    using sort_mount = sort_listener_by<&ListenerRow::address>;
+
     html::Markup create_listener_stats(int id);
     html::Markup create_receiver_stats(const std::string& uuid);
 
@@ -185,6 +196,11 @@ private:
     html::Markup page_bar() const;
     bool has_player() const;
     bool is_admin() const;
+    void act_on_listeners(int id);
+    ListenerRows shown_listeners(int id) const;
+    std::string listener_sort_key() const;
+    html::Markup listener_form(const html::Markup& rows) const;
+    html::Markup settings_page(const SettingsForm& form);
 
     bool player_enabled = false; // the page carries the player
     std::shared_ptr<Request> request;
