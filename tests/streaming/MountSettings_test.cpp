@@ -4,6 +4,7 @@
 #include "streaming/MountList.h"
 #include "support/LogLines.h"
 #include "support/Sections.h"
+#include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -142,6 +143,30 @@ TEST(MountSettings, ANewKeyWithAnEmptyValueTakesTheDefault) {
     mount->GetConfigNode()->AddChild(std::make_shared<ConfigNode>("UserMax", ""));
     EXPECT_EQ(mount->MetaInterval(), 8192U);
     EXPECT_EQ(mount->MaxReceivers(), -1);
+}
+
+// The intro shows when a value is taken: its file is read anew.
+TEST(MountSettings, WhatChangesNothingIsNotTakenAgain) {
+    const TemporaryDirectory directory;
+    const std::string shared = directory.Path("shared");
+    directory.Write("shared", "one");
+    Set(Defaults(), "Intro", shared);
+    const auto mount = mount_with({});
+    const auto intro = [&mount] {
+        int index = 0;
+        return mount->GetNextPacketBuffer(index);
+    };
+    const auto first = intro();
+    ASSERT_NE(first, nullptr);
+    const auto own = mount->GetConfigNode()->AddChild(std::make_shared<ConfigNode>("Intro", ""));
+    EXPECT_EQ(intro(), first);
+    own->SetValue(shared);
+    EXPECT_EQ(intro(), first);
+    directory.Write("another", "two");
+    Set(Defaults(), "Intro", directory.Path("another"));
+    EXPECT_EQ(intro(), first);
+    own->SetValue(directory.Path("another"));
+    EXPECT_NE(intro(), first);
 }
 
 TEST(MountSettings, TheMountsOwnValueWinsOverDefault) {

@@ -3,6 +3,7 @@
 #include "streaming/Receiver.h"
 
 #include <memory>
+#include <string>
 #include <utility>
 
 // What cannot be seen or brought about from outside a Receiver. Not while a slice runs.
@@ -14,6 +15,7 @@ struct ReceiverProbe {
     std::shared_ptr<Response> GetResponse() const { return receiver.response; }
     void SetTimeLimit(std::uint64_t seconds) { receiver.time_limit = seconds; }
     void SetWriter(std::shared_ptr<MediaWriter> writer) { receiver.writer = std::move(writer); }
+    void SetHostname(const std::string& hostname) { receiver.hostname = hostname; }
     void LosePackets() { receiver.packets.Clear(); }
     void LoseMount() { receiver.set_mounts(nullptr, nullptr); }
 };

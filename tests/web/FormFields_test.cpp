@@ -41,4 +41,13 @@ TEST(ComboField, WithoutANameItIsNotSubmitted) {
     EXPECT_EQ(create_combo_field({.id = "i"}).str(), R"(<select id="i"></select>)");
 }
 
+TEST(OneLine, EndsBeforeTheFirstLineEnd) {
+    EXPECT_EQ(one_line("a b;=\t"), "a b;=\t");
+    EXPECT_EQ(one_line("a\rb"), "a");
+    EXPECT_EQ(one_line("a\nb\r"), "a");
+    EXPECT_EQ(one_line(std::string("a\0b", 3)), "a");
+    EXPECT_EQ(one_line("\na"), "");
+    EXPECT_EQ(one_line(""), "");
+}
+
 } // namespace
