@@ -12,6 +12,7 @@ source    Source: an encoder on a thread; IcySource, HttpSource
 listener  Listener: a player; the audio and titles of what a mount sends
 station   a station on the air, and small steps with it
 operator  the console words that reload and save
+panel     pages and posted forms of the panel
 programs  Program: an encoder or a player of others, such as ffmpeg
 icecast   Icecast: a server to relay, or one that relays
 recordings  streams encoded by ffmpeg, of every kind
