@@ -149,7 +149,7 @@ TEST(MountSettings, ANewKeyWithAnEmptyValueTakesTheDefault) {
 TEST(MountSettings, WhatChangesNothingIsNotTakenAgain) {
     const TemporaryDirectory directory;
     const std::string shared = directory.Path("shared");
-    directory.Write("shared", "one");
+    directory.Write("shared", std::string(1001, 'a'));
     Set(Defaults(), "Intro", shared);
     const auto mount = mount_with({});
     const auto intro = [&mount] {
@@ -162,7 +162,7 @@ TEST(MountSettings, WhatChangesNothingIsNotTakenAgain) {
     EXPECT_EQ(intro(), first);
     own->SetValue(shared);
     EXPECT_EQ(intro(), first);
-    directory.Write("another", "two");
+    directory.Write("another", std::string(1001, 'b'));
     Set(Defaults(), "Intro", directory.Path("another"));
     EXPECT_EQ(intro(), first);
     own->SetValue(directory.Path("another"));

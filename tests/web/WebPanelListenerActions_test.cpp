@@ -28,6 +28,7 @@ struct ListenerActions : testing::Test {
                                            const std::string& fields = {}) {
         auto visitor =
             std::make_unique<Visitor>("GET " + target + " HTTP/1.0\r\n" + fields + "\r\n");
+        ReceiverList::Add(visitor->receiver);
         visitor->Slice();
         return visitor;
     }
@@ -206,7 +207,6 @@ TEST_F(ListenerActions, MoveTakesTheListenerToAnotherMount) {
     EXPECT_EQ(visitor->receiver->GetMount(), other.mount);
     EXPECT_EQ(other.mount->GetReceiverList().size(), 1U);
     EXPECT_EQ(air.mount->GetReceiverList().size(), 0U);
-    EXPECT_EQ(log.Count("<127.0.0.1> Moving from /live to /other"), 0) << "not flushed yet";
     EXPECT_TRUE(log.Wait("<127.0.0.1> Moving from /live to /other"));
 }
 
