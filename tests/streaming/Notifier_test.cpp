@@ -4,6 +4,7 @@
 #include "http/Request.h"
 #include "net/API.h"
 #include "support/CalledServer.h"
+#include "support/LogLines.h"
 #include "support/Ports.h"
 
 #include <gtest/gtest.h>
@@ -52,6 +53,14 @@ TEST(Notifier, AFailedCallMakesRoomForTheNextOfItsLane) {
         API::PrepareCall("http://127.0.0.1:" + std::to_string(Ports::Free()), "", "", "a=1"), "/a");
     post(server, 2, "/a");
     EXPECT_EQ(body_of(server.Take().Receive()), "n=2");
+}
+
+TEST(Notifier, WhatIsTooMuchIsDroppedWithALine) {
+    LogLines log;
+    const CalledServer silent;
+    for (int number = 0; number <= 10001; ++number)
+        post(silent, number, "/live"); // one is under way, as soon as the thread looks
+    EXPECT_TRUE(log.Wait("Notification of 127.0.0.1 dropped, too many are waiting"));
 }
 
 TEST(Notifier, AtTheStopWhatIsToBeSaidIsSaid) {

@@ -48,6 +48,9 @@ public:
         fd = -1;
     }
 
+    // Says no more, and goes on reading.
+    void EndSending() const { shutdown(fd, SHUT_WR); }
+
     // Closes with a reset: the caller's next read meets a hard error.
     void Reset() {
         const linger at_once{.l_onoff = 1, .l_linger = 0};
