@@ -113,6 +113,10 @@ bool MountList::Ready() { return ready; }
 
 time_t MountList::StartTime() { return start_time; }
 
+bool MountList::IsReservedAddress(const std::string& address) {
+    return address == "/" || address.find("/;") != std::string::npos;
+}
+
 void MountList::Add(const std::shared_ptr<Mount>& mount) {
     if (!insert(mount)) {
         LogWrite(2) << "Mount " << mount->Address()

@@ -28,6 +28,8 @@ public:
     static bool Ready();
     static time_t StartTime();
 
+    // Whether players ask for the default mount at this address: "/", and all with "/;" in it.
+    static bool IsReservedAddress(const std::string& address);
     // Takes in a mount and starts it; a mount without a section of its own gets one in the tree.
     // One with an address that is taken is logged and left out.
     static void Add(const std::shared_ptr<Mount>& mount);

@@ -16,7 +16,7 @@ std::string section_fault(const std::string& key, const std::string& address) {
     if (address.empty())
         return "Mount with no " + setting + " definition.  Please define " + setting + ".";
     if (!address.starts_with("/")) return setting + " must start with /.";
-    if (address == "/" || address.find("/;") != std::string::npos)
+    if (MountList::IsReservedAddress(address))
         return "Definition of / or /;* as SourceMounts are illegal, use SourceIsDefault" + key +
                "=Yes instead.";
     return {};

@@ -8,6 +8,8 @@
 // to add one.
 extern const unsigned char favicon_ico[];
 extern const std::size_t favicon_ico_len;
+extern const unsigned char live_js[];
+extern const std::size_t live_js_len;
 extern const unsigned char logo_png[];
 extern const std::size_t logo_png_len;
 extern const unsigned char main_css[];

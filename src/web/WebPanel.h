@@ -92,7 +92,8 @@ public:
     // Whether what a long poll watches has changed since its first pass, which never reports it.
     bool stats_changed();
 
-    // ---- Stream pages (WebPanelStreams.cpp) ----
+    // ---- Stream pages (WebPanelStreams.cpp, WebPanelMountStats.cpp, WebPanelSongHistory.cpp,
+    // WebPanelPublications.cpp). With `admin`, for who manages the stream ----
     html::Markup create_overall_stats();
     html::Markup create_mount_stats(int id, bool admin);
     html::Markup create_mount_last_played(int id);
@@ -191,6 +192,13 @@ private:
     bool may_view(int id) const;
 
     bool is_still_answering() const;
+
+    // The table of streams (WebPanelStreams.cpp).
+    bool manages_streams() const;
+    html::Markup public_streams();
+    html::Markup managed_streams();
+    html::Markup list_actions();
+
     html::Markup site_menu() const;
     std::string selected_section() const;
     html::Markup page_bar() const;

@@ -13,6 +13,7 @@ listener  Listener: a player; the audio and titles of what a mount sends
 station   a station on the air, and small steps with it
 operator  the console words that reload and save
 panel     pages and posted forms of the panel
+markup    Page: a page read back; its rows, figures and buttons
 programs  Program: an encoder or a player of others, such as ffmpeg
 icecast   Icecast: a server to relay, or one that relays
 recordings  streams encoded by ffmpeg, of every kind
