@@ -8,7 +8,7 @@ using html::Markup;
 
 namespace {
 
-const std::string JQUERY = "https://code.jquery.com/jquery-1.11.1.min.js";
+const std::string JQUERY = "https://ajax.googleapis.com/ajax/libs/jquery/1.11.1/jquery.min.js";
 
 } // namespace
 
