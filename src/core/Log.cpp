@@ -129,6 +129,11 @@ std::list<std::string> Log::QueryLog(int id, LogType type) {
     return lines;
 }
 
+bool Log::HasLines(int id, LogType type) {
+    spin_guard guard(log_receiver_lock);
+    return !receivers_of(type).at(id).empty();
+}
+
 void Log::RemoveLogReceiver(int id, LogType type) {
     spin_guard guard(log_receiver_lock);
     receivers_of(type).erase(id);

@@ -66,6 +66,8 @@ public:
     static int AddLogReceiver(LogType type);
     // The lines since the last query. Throws std::out_of_range for a number that does not exist.
     static std::list<std::string> QueryLog(int id, LogType type);
+    // Whether a query would bring any.
+    static bool HasLines(int id, LogType type);
     static void RemoveLogReceiver(int id, LogType type);
 
     // A diagnostic counter: adds `delta` and returns the total.

@@ -49,10 +49,12 @@ ThreadPool::Priority Receiver::Poll(long long elapsed) {
 
 bool Receiver::slice_is_due(long long elapsed) {
     if (!process_lock.try_lock()) return false;
-    const long long left = wait_ms.fetch_sub(elapsed) - elapsed;
+    const bool due = wait_ms.fetch_sub(elapsed) <= elapsed || page_has_news();
     process_lock.unlock();
-    return left <= 0;
+    return due;
 }
+
+bool Receiver::page_has_news() const { return page_waits && web_panel->HasNews(); }
 
 ThreadPool::Priority Receiver::priority() const {
     const int state = Status();

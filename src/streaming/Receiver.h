@@ -88,6 +88,7 @@ private:
 
     // Receiver.cpp: the slice.
     bool slice_is_due(long long elapsed) EXCLUDES(process_lock);
+    bool page_has_news() const REQUIRES(process_lock);
     ThreadPool::Priority priority() const EXCLUDES(name_lock);
     void serve() REQUIRES(process_lock);
     void slice() REQUIRES(process_lock);
@@ -117,6 +118,7 @@ private:
     bool is_reserved() const REQUIRES(process_lock);
     void continue_page() REQUIRES(process_lock);
     void finish_page() REQUIRES(process_lock);
+    void drop_page() REQUIRES(process_lock);
     std::string asked_for() const REQUIRES(process_lock);
 
     // ReceiverSource.cpp: the two ways in which a source introduces itself.
@@ -174,6 +176,7 @@ private:
     bool left_list = false;
     bool body_ended = false; // by a teardown, which may take several slices
     bool is_moving = false;  // a listener, to the mount that has been set
+    bool page_waits = false; // for news: an answer of the panel's that is in progress
     Then after_answer = Then::NOTHING;
     std::atomic<int> status{READING};
     mutable spinlock name_lock;

@@ -21,6 +21,7 @@ namespace {
 
 constexpr double ANSWERED_TIMEOUT_SECONDS = 60; // answered with a 408
 constexpr double HEAD_TIMEOUT_SECONDS = 15;
+constexpr long long PAGE_WAIT_MS = 2000; // until a page without news looks for its peer again
 
 bool is_served(int method) {
     switch (method) {
@@ -148,6 +149,7 @@ bool Receiver::answered_by_panel() {
     const int result = web_panel->ProcessRequest();
     if (result == WebPanel::IN_PROGRESS) {
         become(RUNNING);
+        page_waits = true;
         return true;
     }
     if (result == WebPanel::NOT_A_PAGE && !is_leaving(web_panel->GetResponse())) {
@@ -271,15 +273,24 @@ std::string Receiver::asked_for() const {
 
 // ---- Pages of the panel -------------------------------------------------------------------------
 
+// Thousands of these may wait at a time, so one that has no news costs its Poll and no slice.
 void Receiver::continue_page() {
-    if (web_panel->ProcessRequest() != WebPanel::IN_PROGRESS) finish_page();
+    if (web_panel->HasNews() && web_panel->ProcessRequest() != WebPanel::IN_PROGRESS)
+        finish_page();
+    else
+        wait_ms = PAGE_WAIT_MS;
 }
 
 void Receiver::finish_page() {
     assign(response, web_panel->GetResponse());
-    web_panel.reset();
+    drop_page();
     if (request->KeepAlive())
         answer_then(Then::NEXT_REQUEST);
     else
         end_answer();
+}
+
+void Receiver::drop_page() {
+    page_waits = false;
+    web_panel.reset();
 }

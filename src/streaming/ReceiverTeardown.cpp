@@ -17,7 +17,7 @@ void Receiver::tear_down() {
     if (after_answer != Then::NOTHING || inquiry) forget_mount();
     after_answer = Then::NOTHING;
     inquiry.reset();
-    web_panel.reset();
+    drop_page();
     packets.Clear();
     leave_buffer();
     leave_mount();

@@ -140,8 +140,6 @@ int WebPanel::show_comma_feed() {
 
 // -------------------------------------------------------------------------------------------------
 
-bool WebPanel::HasNews() const { return true; }
-
 std::string WebPanel::BuildErrorPage(int code, const std::string& title,
                                      const html::Markup& message) {
     const std::string heading = title.empty() ? StatusText(code) : title;

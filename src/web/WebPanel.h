@@ -18,6 +18,7 @@ class Mount;
 class Request;
 class Response;
 class User;
+struct FeedDocument;
 struct SettingsForm;
 
 // The web site of the server, as one request meets it: which page it is, who may see it, and the
@@ -147,9 +148,11 @@ private:
     int show_view();
     int show_tunein();
     bool waits_for_change();
+    std::shared_ptr<Mount> mount_to_watch() const; // WebPanelPolls.cpp
     int show_xml_feed();
     int show_json_feed();
     int show_comma_feed();
+    FeedDocument feed_document(const std::shared_ptr<Mount>& only) const; // WebPanelFeeds.cpp
     // Public pages and assets (WebPanelPublic.cpp).
     int send_robots();
     int send_crossdomain();
@@ -219,9 +222,9 @@ private:
     std::vector<std::shared_ptr<Mount>> panel_mounts; // that the user may manage
 
     // A long poll: what it watches, and how that looked at the first pass.
-    std::vector<std::shared_ptr<Mount>> watch_mounts;
-    std::shared_ptr<Mount> watch_mount;
+    std::shared_ptr<Mount> watch_mount; // null: all that are shown
     std::string watch_snapshot;
+    std::uint64_t watch_generation = 0; // of the public state; a stale one for none
 
     int log_receiver_id = -1; // of the log tail
     bool redirected = false;  // in this pass: a page would be taken for the next answer

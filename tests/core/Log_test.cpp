@@ -171,6 +171,21 @@ TEST(LogReceivers, QueryEmptiesTheList) {
     EXPECT_THAT(Log::QueryLog(id, Log::EVENT_LOG), IsEmpty());
 }
 
+TEST(LogReceivers, TellWhetherAQueryWouldBringLines) {
+    LogLines log;
+    const int id = Log::AddLogReceiver(Log::EVENT_LOG);
+    log.All();
+    Log::QueryLog(id, Log::EVENT_LOG);
+    EXPECT_FALSE(Log::HasLines(id, Log::EVENT_LOG));
+    LogWrite(2) << "one" << std::endl;
+    log.All();
+    EXPECT_TRUE(Log::HasLines(id, Log::EVENT_LOG));
+    EXPECT_TRUE(Log::HasLines(id, Log::EVENT_LOG));
+    Log::QueryLog(id, Log::EVENT_LOG);
+    EXPECT_FALSE(Log::HasLines(id, Log::EVENT_LOG));
+    EXPECT_THROW(Log::HasLines(id + 1, Log::EVENT_LOG), std::out_of_range);
+}
+
 TEST(LogReceivers, OfTheListenerLogGetNothingAfterTheTail) {
     LogLines log;
     const int id = Log::AddLogReceiver(Log::LISTENER_LOG);
