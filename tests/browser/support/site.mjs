@@ -62,10 +62,12 @@ class Site {
     await party.stop();
   }
 
-  // One test: `act` is given a Visitor. Whatever the pages complained of on the way fails it, too.
+  // One test: `act` is given a Visitor. Whatever the pages complained of on the way fails it, too. Sources and
+  // listeners that it has called leave with it.
   it(name, act) {
     test(name, { timeout: TEST_SECONDS * 1000 }, async () => {
       const visitor = new Visitor(this);
+      const residents = [...this.parties];
       try {
         await act(visitor);
         assert.deepEqual(visitor.faults, []);
@@ -75,6 +77,7 @@ class Site {
         throw fault;
       } finally {
         await visitor.leave();
+        for (const party of this.parties.filter((one) => !residents.includes(one))) await this.leave(party);
       }
     });
   }

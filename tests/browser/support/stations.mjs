@@ -73,6 +73,11 @@ export class Source {
     return this;
   }
 
+  // Until the title has gone out.
+  told() {
+    return until("the title goes out", () => this.block.length === 1);
+  }
+
   #send(count) {
     while (count > 0) {
       const piece = Math.min(count, METAINT - (this.sent % METAINT));
