@@ -118,6 +118,19 @@ TEST_F(Pages, TheLogTailEndsWithItsClient) {
     }));
 }
 
+// Nothing else tells the client that a log is at its end.
+TEST_F(Pages, TheLogTailThatIsEndedTakesTheConnectionWithIt) {
+    LogLines log;
+    Visitor visitor;
+    visitor.Ask("GET /admin/tail/log HTTP/1.1\r\nHost: h\r\n" + LOGIN + "\r\n");
+    UserList::Remove("root");
+    LogWrite(2) << "not for everybody" << std::endl;
+    log.All();
+    visitor.Slice();
+    EXPECT_FALSE(holds(visitor.Hear(), "not for everybody"));
+    EXPECT_TRUE(visitor.IsClosed());
+}
+
 // The answer to a client that does not read: it must not be cut through by another.
 TEST_F(Pages, AFirstAnswerThatIsStuckIsTheOnlyOne) {
     for (const std::string& request :

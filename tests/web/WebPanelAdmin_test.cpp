@@ -152,6 +152,18 @@ TEST(Panel, SettingsAreForAdministrators) {
     }
 }
 
+TEST(Panel, OnlyTheOverviewCarriesThePlayer) {
+    const Station station;
+    const auto carries_player = [](const std::string& path) {
+        return holds(page("root", path), "function quillPlay(");
+    };
+    EXPECT_TRUE(carries_player("/admin"));
+    EXPECT_TRUE(carries_player("/admin/"));
+    EXPECT_FALSE(carries_player("/admin?lp=1"));
+    EXPECT_FALSE(carries_player("/admin/configure"));
+    EXPECT_FALSE(carries_player("/admin/listeners"));
+}
+
 // ---- Accounts and one receiver ------------------------------------------------------------------
 
 TEST(PanelUsers, TheQueryChoosesTheList) {

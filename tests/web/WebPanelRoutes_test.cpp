@@ -44,6 +44,7 @@ TEST(Routes, PublicPathsArePages) {
                              "/images/logo.png",
                              "/images/quillwave.png",
                              "/images/play.png",
+                             "/flash/quillwave.swf",
                              "/images/stop.png",
 
                              "/stylesheets/main.css"})
