@@ -3,7 +3,6 @@
 #include "accounts/User.h"
 #include "accounts/UserList.h"
 #include "http/Request.h"
-#include "streaming/Mount.h"
 #include "web/WebPanel.h"
 
 #include <string>
