@@ -4,8 +4,8 @@ import assert from "node:assert/strict";
 import { site } from "./support/site.mjs";
 
 const PAGE = `<!DOCTYPE html><title>Test</title><link rel="icon" href="data:,">
-<script src="http://library.example/ajax/libs/jquery/1.11.1/jquery.min.js"></script>
-<script src="http://library.example/ajax/libs/swfobject/2.2/swfobject.js"></script>`;
+<script src="http://library.example/ajax/libs/swfobject/2.2/swfobject.js"></script>
+<script src="http://library.example/ajax/libs/jquery/1.11.1/jquery.min.js"></script>`;
 const LEAVING = '<!DOCTYPE html><link rel="icon" href="data:,"><img src="http://elsewhere.example/picture.png">';
 
 site("the closed network", {}, async () => {}, (here) => {

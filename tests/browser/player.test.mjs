@@ -36,7 +36,7 @@ const HOSTILE = `/it's "100%41" <b>?#`;
 
 site("the player", { mounts: ["/demo", HOSTILE] }, async (here) => {
   await here.demoStation();
-  await here.source(2);
+  (await here.source(2)).changing();
 }, (here) => {
   here.it("plays a stream by the browser's own audio, and stops it", async (visitor) => {
     const page = await visitor.open("/", { script: rememberAudio });
@@ -49,7 +49,7 @@ site("the player", { mounts: ["/demo", HOSTILE] }, async (here) => {
     await shows(page, "/demo", PLAY);
     assert.equal(await source(page), "about:blank");
     assert.equal(await link(page, "/demo").getAttribute("aria-label"), null);
-    visitor.expectFault(/about:blank/); // what silences the element is no sound
+    visitor.tolerate(/about:blank/); // what silences the element is no sound, as the browser may remark
   });
 
   here.it("is worked with the keyboard", async (visitor) => {
@@ -83,9 +83,28 @@ site("the player", { mounts: ["/demo", HOSTILE] }, async (here) => {
     assert.equal(await page.evaluate("audioElement.paused"), false);
   });
 
+  here.it("is counted, and goes on playing while the table follows", async (visitor) => {
+    const page = await visitor.open("/");
+    const count = page.locator("#internalStation1 .receiversCount");
+    await link(page, "/demo").click();
+    await isPlaying(page);
+    await until("the page counts itself", async () => (await count.innerText()) === "1 (1 unique)");
+    assert.equal(await image(page, "/demo"), STOP);
+  });
+
+  here.it("plays in the administrator's table", async (visitor) => {
+    const page = await visitor.open("/admin", { as: "admin" });
+    await link(page, "/demo").click();
+    await shows(page, "/demo", STOP);
+    await isPlaying(page);
+  });
+
   here.it("leaves what the browser cannot play to a playlist", async (visitor) => {
     const page = await visitor.open("/", { script: playNothing });
-    assert.match(await link(page, "/demo").getAttribute("href"), TUNEIN);
+    const address = await link(page, "/demo").getAttribute("href");
+    assert.match(address, TUNEIN);
+    assert.equal(await (await page.request.get(address)).text(),
+      `#EXTM3U\r\n#EXTINF:-1,Quillwave Demo\r\n${here.server.origin}/demo\r\n`);
     await page.evaluate("play('/demo', 'audio/mpeg')");
     assert.equal(await page.evaluate("playingMnt"), null);
     assert.equal(await image(page, "/demo"), PLAY);

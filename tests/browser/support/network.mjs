@@ -8,8 +8,9 @@ const require = createRequire(import.meta.url);
 const packageFile = (name, file) => path.join(path.dirname(require.resolve(`${name}/package.json`)), file);
 const text = (name, file) => readFileSync(packageFile(name, file), "utf8");
 
-// The package is for programs that load modules; a browser needs the name alone.
-const swfobject = () => `var module = {};\n${text("swfobject", "index.js")}`;
+// The package is for programs that load modules; a browser needs the name, and no sign of modules for jQuery to see.
+const swfobject = () =>
+  `window.swfobject = (function (module) {\n${text("swfobject", "index.js")}\nreturn module.exports; })({});`;
 
 const LIBRARIES = [
   [/\/jquery\/1\.11\.1\/jquery(\.min)?\.js$/, () => text("jquery", "dist/jquery.min.js")],

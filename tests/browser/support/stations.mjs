@@ -22,7 +22,13 @@ export class DemoStation {
     this.process = spawn("python3", [path.join(ROOT, "demo/station.py"), "--host", "127.0.0.1", "--port",
       String(this.server.port), "--user", "source1", "--password", "hackme", LOOP], { stdio: "ignore" });
     await onAir(this.server, 1);
+    await until("the first title comes", () => this.#hasTitle());
     return this;
+  }
+
+  async #hasTitle() {
+    const { sources } = await (await fetch(`${this.server.origin}/status.json`)).json();
+    return sources?.some((source) => source.id === 1 && source.meta_song);
   }
 
   async stop() {
@@ -78,6 +84,13 @@ export class Source {
     return until("the title goes out", () => this.block.length === 1);
   }
 
+  // A new title every half second.
+  changing() {
+    let count = 0;
+    this.beat = setInterval(() => this.title(`Title ${++count}`), 500);
+    return this;
+  }
+
   #send(count) {
     while (count > 0) {
       const piece = Math.min(count, METAINT - (this.sent % METAINT));
@@ -99,6 +112,7 @@ export class Source {
 
   async stop() {
     clearInterval(this.timer);
+    clearInterval(this.beat);
     this.socket.destroy();
     await this.closed;
   }
