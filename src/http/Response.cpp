@@ -81,11 +81,15 @@ int Response::keep_rest(int sent, std::string_view bytes) {
     return judge_send(sent) == IO_FAILED ? IO_FAILED : static_cast<int>(bytes.size());
 }
 
-int Response::SendBuffer() { return queue.Empty() ? 1 : send_waiting(); }
+int Response::SendBuffer() {
+    take_document_pieces();
+    return queue.Empty() ? 1 : send_waiting();
+}
 
 int Response::Flush() {
     if (!flushing) {
         Disconnect();
+        take_document_pieces();
         if (queue.Empty()) return IO_FAILED;
         flushing = true;
         flushed = 0;
@@ -113,8 +117,22 @@ int Response::send_waiting() {
         if (judged < 1) return judged;
         total += sent;
         all_taken = static_cast<std::size_t>(sent) == bytes_in(parts.data(), count);
+        take_document_pieces();
     }
     return total;
+}
+
+// What waits in the queue is held against a peer that is slow to take it. A long page is no fault
+// of the peer's.
+void Response::take_document_pieces() {
+    while (document && queue.Bytes() < DOCUMENT_PIECE) {
+        const std::uint64_t size =
+            std::min<std::uint64_t>(document->size() - document_taken, DOCUMENT_PIECE);
+        queue.Push(document, static_cast<std::uint32_t>(document_taken),
+                   static_cast<std::uint32_t>(size));
+        document_taken += size;
+        if (document_taken == document->size()) document.reset();
+    }
 }
 
 // What the result of one send means for the connection: the count, IO_AGAIN, or IO_FAILED when what
@@ -135,6 +153,7 @@ int Response::give_up(int error) {
     last_error = error;
     failed = true;
     flushing = false;
+    document.reset();
     queue.Clear();
     return IO_FAILED;
 }

@@ -25,8 +25,10 @@ public:
     enum Protocol : int { ICY = 0, HTTP = 1 };
     enum CookieFlag : unsigned char { COOKIE_SECURE = 1, COOKIE_HTTP_ONLY = 2 };
 
-    // More than MOST_BUFFERED bytes waiting, or SEND_SECONDS without a successful send, drop what
-    // waits and set LastError to NO_BUFFERS or TIMED_OUT.
+    // A document longer than this waits by itself, and enters the queue in pieces.
+    static constexpr std::uint64_t DOCUMENT_PIECE = 262144;
+    // More than MOST_BUFFERED bytes waiting in the queue, or SEND_SECONDS without a successful
+    // send, drop what waits and set LastError to NO_BUFFERS or TIMED_OUT.
     static constexpr std::uint64_t MOST_BUFFERED = 1048576;
     static constexpr int SEND_SECONDS = 15;
     static constexpr int NO_BUFFERS = 105;
@@ -121,6 +123,7 @@ private:
     int queue_and_send(std::string_view bytes);
     int keep_rest(int sent, std::string_view bytes);
     int send_waiting();
+    void take_document_pieces();
     int judge_send(int sent);
     int give_up(int error);
     void open_chunk(unsigned long length);
@@ -138,7 +141,9 @@ private:
     bool failed = false;
     std::atomic<int> last_error{0};
     time_t last_send;
-    int flushed = 0; // bytes, by the flush that is under way
+    int flushed = 0;      // bytes, by the flush that is under way
+    SharedBytes document; // what of it is not in the queue yet, from document_taken on; or null
+    std::uint64_t document_taken = 0;
     SendQueue queue;
     TransferRate transfer;
     std::string chunk_comment;

@@ -6,6 +6,7 @@
 #include "http/Request.h"
 #include "http/Response.h"
 #include "http/StatusText.h"
+#include "net/Socket.h"
 
 #include <algorithm>
 #include <array>
@@ -37,11 +38,15 @@ int Response::SendHeader(const std::string& body) {
 int Response::SendDocument(const std::string& body) {
     std::string text = status == 400 && protocol == HTTP ? bad_request_document() : build_head();
     head.reset();
-    const bool with_body = !body.empty() && request->Method() != Request::METHOD_HEAD;
-    if (with_body) text += body;
+    if (body.empty() || request->Method() == Request::METHOD_HEAD) return Send(text);
+    const bool in_pieces = body.size() > DOCUMENT_PIECE;
+    if (in_pieces)
+        document = std::make_shared<const std::vector<char>>(body.begin(), body.end());
+    else
+        text += body;
     const int sent = Send(text);
-    if (with_body) Flush();
-    return sent;
+    Flush();
+    return in_pieces && sent != IO_FAILED ? sent + static_cast<int>(body.size()) : sent;
 }
 
 std::string Response::build_head() {

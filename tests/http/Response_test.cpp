@@ -304,6 +304,46 @@ TEST(Response, MoreThanAMebibyteWaitingIsDropped) {
     EXPECT_EQ(answer.response->GetBytesBuffered(), 0U);
 }
 
+TEST(Response, DocumentLargerThanMayWaitArrivesWhole) {
+    Answer answer;
+    std::string body;
+    for (int i = 0; body.size() < 3 * MEBIBYTE; ++i)
+        body += std::to_string(i) + ",";
+    answer.pair.FillTowardsClient();
+    answer.pair.ReceiveWaiting();
+    EXPECT_GT(answer.response->SendHeader(body), static_cast<int>(body.size()));
+    std::string received;
+    while (answer.response->Flush() == IO_AGAIN) {
+        EXPECT_LT(answer.response->GetBytesBuffered(), MEBIBYTE);
+        received += answer.pair.ReceiveWaiting();
+    }
+    EXPECT_FALSE(answer.response->Failed());
+    answer.pair.server->Close();
+    received += answer.pair.ReceiveAll();
+    EXPECT_EQ(received.substr(received.find("\r\n\r\n") + 4), body);
+}
+
+TEST(Response, DocumentOfThatLengthHasNoBodyForAHead) {
+    Answer answer("HEAD / HTTP/1.0");
+    answer.response->SendHeader(std::string(3 * MEBIBYTE, 'x'));
+    EXPECT_EQ(answer.response->Flush(), IO_FAILED); // nothing waits
+    const std::string received = answer.pair.ReceiveWaiting();
+    EXPECT_NE(received.find("Content-Length: 3145728\r\n"), std::string::npos);
+    EXPECT_TRUE(received.ends_with("\r\n\r\n"));
+}
+
+TEST(Response, DocumentIsDroppedWithTheQueueAfterFifteenSecondsWithoutASend) {
+    Clock::Hold(1000);
+    Answer answer;
+    answer.pair.FillTowardsClient();
+    answer.response->SendHeader(std::string(3 * MEBIBYTE, 'x'));
+    Clock::Advance(16);
+    EXPECT_EQ(answer.response->Flush(), IO_FAILED);
+    EXPECT_EQ(answer.response->LastError(), 110);
+    EXPECT_EQ(answer.response->SendBuffer(), 1);
+    EXPECT_EQ(answer.response->GetBytesBuffered(), 0U);
+}
+
 TEST(Response, RestOfAPartlyTakenSendCountsToo) {
     Answer answer;
     EXPECT_EQ(answer.response->Send(std::string(16 * MEBIBYTE, 'x')), IO_FAILED);
