@@ -238,7 +238,7 @@ TEST_F(StreamPages, AMountThatIsRemovedMeanwhileKeepsItsRow) {
 
 TEST_F(StreamPages, TheHomePageHasThePlayerAndTheLiveScript) {
     list("/");
-    EXPECT_TRUE(holds(head(), "/jquery-1.11.1.min.js"));
+    EXPECT_TRUE(holds(head(), "/jquery/1.11.1/jquery.min.js"));
     EXPECT_TRUE(holds(head(), "var playerEnabled = true;"));
     EXPECT_TRUE(holds(head(), "/status.json?wfc=y"));
 }
