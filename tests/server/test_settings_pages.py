@@ -57,7 +57,8 @@ def test_a_mounts_setting_counts_at_once_and_is_in_the_file_seconds_later(start_
         assert answer.status == 200 and settings_of(answer)["UserMax"][1] == "0"
         assert "SourceUserMax1=5\n" in server.read(CONF) and saves(server) == 0
         wait_saved(server, "SourceUserMax1=0")
-        assert saves(server) == 1 and ";a comment=kept\n" in server.read(CONF)
+        comes_true(server, lambda: saves(server) == 1)
+        assert ";a comment=kept\n" in server.read(CONF)
 
 
 @pytest.mark.waits(SAVED)

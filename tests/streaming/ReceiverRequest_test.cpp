@@ -36,7 +36,7 @@ std::string with_page(const std::string& page) {
     return "Content-Length: " + std::to_string(page.size()) + "\r\n" + COOKIE + "\r\n" + page;
 }
 
-std::string page(int code, const std::string& title, const std::string& message) {
+std::string page(int code, const std::string& title, const html::Markup& message) {
     return WebPanel(nullptr).BuildErrorPage(code, title, message);
 }
 
@@ -67,8 +67,8 @@ TEST_F(ReceiverRequest, DeleteIsA405WithTheMethodsThatAreServed) {
               "HTTP/1.0 405 Method Not Allowed\r\n" + SERVER +
                   "Connection: Close\r\nAllow: GET,HEAD,POST,PUT,OPTIONS,SOURCE\r\n" +
                   with_page(page(405, "",
-                                 "An inappropriate method was requested.  See 'Allow' Header for "
-                                 "more details.")));
+                                 html::raw("An inappropriate method was requested.  See 'Allow' "
+                                           "Header for more details."))));
 }
 
 TEST_F(ReceiverRequest, OtherMethodsAreLogged) {
