@@ -46,7 +46,7 @@ std::shared_ptr<Request> API::CallURL(const std::string& url_text, const std::st
                                       const std::string& pass, const char* format, ...) {
     va_list values;
     va_start(values, format);
-    const auto request = call(url_text, user, pass, formatted(format, values));
+    auto request = call(url_text, user, pass, formatted(format, values));
     va_end(values);
     if (request->CompleteRequest()) return request;
     return std::make_shared<Request>(std::shared_ptr<Socket>());

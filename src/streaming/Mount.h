@@ -265,6 +265,7 @@ private:
     void tell_source_came() const;
     void tell_source_left() const;
     Refusal ask(const Receiver& receiver, std::shared_ptr<Request>& inquiry) const;
+    Refusal refuse_as_told(const Request& answer) const;
     void tell_listener_left(const Receiver& receiver, double seconds) const;
 
     // MountBuffers.cpp: the mount's thread only.

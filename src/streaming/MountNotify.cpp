@@ -61,17 +61,23 @@ void Mount::tell_source_left() const {
 
 // Who decides is the application that has been named, or the listener's account.
 Mount::Refusal Mount::ask(const Receiver& receiver, std::shared_ptr<Request>& inquiry) const {
-    const MountNotifications told = GetNotifications();
     if (!inquiry) {
+        const MountNotifications told = GetNotifications();
         if (told.listener_add.empty()) return refuse_stranger(receiver);
         inquiry = listener_question(receiver, address, told);
     }
     if (inquiry->ContinueRequest() == IO_AGAIN) return {.status = Admission::PENDING};
-    const auto answer = std::exchange(inquiry, nullptr);
+    return refuse_as_told(*std::exchange(inquiry, nullptr));
+}
+
+// The status of the answer does not matter, nor does an answer where nobody needs to be let in.
+Mount::Refusal Mount::refuse_as_told(const Request& answer) const {
     if (!auth_required) return {};
-    if (answer->GetHeader(told.auth_header) != "1")
+    const MountNotifications told = GetNotifications();
+    if (answer.GetHeader(told.auth_header) != "1")
         return {.status = Admission::NOT_AUTHORIZED, .words = "Not Authorized"};
-    return {.time_limit = leading_number<std::uint64_t>(answer->GetHeader(told.timelimit_header))};
+    const std::string limit = answer.GetHeader(told.timelimit_header);
+    return {.time_limit = leading_number<std::uint64_t>(limit)};
 }
 
 // Kept: the name of the server is given as a number. Applications never saw it otherwise.

@@ -42,22 +42,20 @@ bool Mount::is_relay() const {
 // False when there is no stream, for whatever reason.
 bool Mount::connect_relay() {
     kick = false; // one that came before was not meant for this connection
-    const auto request_out = request_for(RelayAddress());
-    take_text(&Mount::last_ip, request_out->Host());
-    session = {.request = request_out,
-               .peer = "<" + log_text(request_out->Host()) + "> ",
-               .is_relay = true};
-    call_master(*request_out);
-    session.socket = request_out->Socket();
+    const auto master = request_for(RelayAddress());
+    take_text(&Mount::last_ip, master->Host());
+    session = {.request = master, .peer = "<" + log_text(master->Host()) + "> ", .is_relay = true};
+    call_master(*master);
+    session.socket = master->Socket();
     source_socket.store(session.socket);
     if ((stop || kick) && session.socket) session.socket->Shutdown();
 
-    const std::string ip = request_out->GetIP();
+    const std::string ip = master->GetIP();
     if (!ip.empty()) session.peer = "<" + ip + "> ";
     const std::string port = tostring(Config::Get("PortBase", false)->GetValue(8000));
-    session.stream = log_text(request_out->GetLocalIP() + ":" + port + address);
-    if (request_out->Status() == ACCEPTED) return !stop;
-    if (!stop) log_relay_failure(*request_out);
+    session.stream = log_text(master->GetLocalIP() + ":" + port + address);
+    if (master->Status() == ACCEPTED) return !stop;
+    if (!stop) log_relay_failure(*master);
     return false;
 }
 
