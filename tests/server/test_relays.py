@@ -101,7 +101,7 @@ def test_listeners_of_a_relay_are_told_what_the_master_says(start_server):
 @pytest.mark.parametrize("path", ["/live", "/"], ids=["by chunks", "by icy blocks"])
 def test_titles_come_through(start_server, path):
     master = start_server(mount("/live", IsDefault="yes"))
-    with IcySource(master, metaint=FRAME0) as source:
+    with IcySource(master, metaint=10 * FRAME) as source:
         master.wait_source()
         source.push(frames(300))
         server = relaying(start_server, address(master, path))
@@ -276,7 +276,7 @@ def test_titles_of_icecast_come_through(start_server, start_program, tmp_path):
 
 def test_icecast_gets_the_titles_of_this_server(start_server, start_program, tmp_path):
     server = start_server(mount("/live"))
-    with IcySource(server, metaint=FRAME0) as source:
+    with IcySource(server, metaint=10 * FRAME) as source:
         server.wait_source()
         source.push(frames(300))
         slave = Icecast(start_program, tmp_path / "icecast", relays=[(server.port, "/live")], metadata=True).start()
