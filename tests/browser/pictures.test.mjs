@@ -81,6 +81,14 @@ site("a window", {}, () => {}, (here) => {
     here.it(`holds the page "${name}"`, async (visitor) =>
       inBothSizes(visitor, await visitor.open(address, options), name));
 
+  here.it("holds an alert beside the logo", async (visitor) => {
+    const page = await visitor.open("/about");
+    await page.evaluate("toggle('Something is the matter', 2)");
+    await inBothSizes(visitor, page, "alert");
+    const [alert, logo] = [await page.locator("#innerAlert").boundingBox(), await page.locator('img[alt="Quill"]').boundingBox()];
+    assert.ok(alert.x >= logo.x + logo.width, "the logo hides the words");
+  });
+
   here.it("holds a page about what went wrong", async (visitor) => {
     const page = await visitor.open("/nothing/here");
     assert.equal(await page.title(), "Quillwave Multimedia Server - Page Not Found");

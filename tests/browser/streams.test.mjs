@@ -66,6 +66,17 @@ site("the streams of an administrator", { mounts: ["/demo", "/second", "/idle"] 
     await settingsHold("=/late", false);
   });
 
+  here.it("are worked by the keyboard alone", async (visitor) => {
+    const page = await visitor.open("/admin", { as: "admin" });
+    await box(page, "/idle").focus();
+    await page.keyboard.press("Space");
+    await button(page, "Disable").focus();
+    await Promise.all([page.waitForEvent("load"), page.keyboard.press("Enter")]);
+    await standsUnder(page, "/idle", "Disabled Mounts");
+    await tickAnd(page, ["/idle"], "Enable");
+    await standsUnder(page, "/idle", "Inactive Mounts");
+  });
+
   here.it("take the query back unanswered", async (visitor) => {
     const page = await visitor.open("/admin", { as: "admin" });
     const before = await page.locator("#mount_actions").innerHTML();
