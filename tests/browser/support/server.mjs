@@ -16,6 +16,8 @@ const SANITIZERS = {
   TSAN_OPTIONS: "exitcode=66",
 };
 
+const STOP_MILLISECONDS = 60_000;
+
 // Pairs of ports below those that the system gives to outgoing connections.
 const FIRST_PORT = 32000;
 const PORT_PAIRS = 380;
@@ -108,10 +110,12 @@ export class Server {
     });
   }
 
-  // Ends it as an operator would; throws when it has died, leaked or misbehaved.
+  // Ends it as an operator would; throws when it does not end, has died, leaked or misbehaved.
   async stop() {
     this.process.kill("SIGTERM");
+    const impatience = setTimeout(() => this.process.kill("SIGKILL"), STOP_MILLISECONDS);
     const status = await this.ended;
+    clearTimeout(impatience);
     const reports = readdirSync(this.directory).filter((name) => name.startsWith("sanitizer"));
     const findings = reports.map((name) => this.read(name)).join("\n");
     const log = this.read("quillwave.log");
