@@ -149,13 +149,14 @@ Markup last_row(const ListenerRows& listeners, const Markup& actions) {
 
 Markup WebPanel::create_listener_stats(int id) {
     act_on_listeners(id);
+    const std::string sort_key = listener_sort_key();
     ListenerRows listeners = shown_listeners(id);
     if (listeners.empty())
         return listener_form(
             row({{"class", "tableViewCol"}},
                 cell(SPANS_THE_TABLE, "There are currently no listeners connected.")));
 
-    sort_listeners(listeners, listener_sort_key());
+    sort_listeners(listeners, sort_key);
     Markup rows = head_row(create_master_check("master_select_check", "select_check"));
     for (const ListenerRow& listener : listeners)
         rows += listener_row(listener, panel_time);
@@ -170,7 +171,7 @@ ListenerRows WebPanel::shown_listeners(int id) const {
     return mount ? listener_rows({mount}) : ListenerRows();
 }
 
-// The choice holds for the session, until another is made.
+// The choice holds for the session, until another is made. It may be made while nobody listens.
 std::string WebPanel::listener_sort_key() const {
     const std::string chosen = request->GetQuery("s");
     if (chosen.empty()) return request->GetSessionVar(SORT_VARIABLE, "");

@@ -208,6 +208,12 @@ TEST_F(ListenerOrder, TheSessionKeepsTheChoice) {
     EXPECT_EQ(order(""), "bob, ann");
 }
 
+TEST_F(ListenerPages, TheChoiceOfAnOrderCountsWhileNobodyListens) {
+    FormPost post(ADMIN, {}, "/admin/listeners?s=u");
+    post.panel.create_listener_stats(-1);
+    EXPECT_EQ(post.request->GetSessionVar("admin_listener_table_sort", ""), "u");
+}
+
 TEST_F(ListenerOrder, EqualRowsStayInTheOrderOfTheMounts) {
     EXPECT_EQ(order("?s=h"), "bob, ann"); // both from the same address
 }
