@@ -55,8 +55,14 @@ void ban_net(Post& post, Receiver& listener) {
     ban_as(post, listener, listener.GetIP(), User::SUBNET);
 }
 
+// An agent that the user file would hold cut short is no filter: after the next start it would bar
+// others.
 void ban_user_agent(Post& post, Receiver& listener) {
-    ban_as(post, listener, listener.GetRequest()->GetHeader("User-Agent"), User::USER_AGENT);
+    const std::string agent = listener.GetRequest()->GetHeader("User-Agent");
+    if (one_line(agent) == agent)
+        ban_as(post, listener, agent, User::USER_AGENT);
+    else
+        listener.Kick();
 }
 
 // The listener account of these credentials, made if there is none of that name. Null when the name

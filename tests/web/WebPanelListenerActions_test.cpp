@@ -118,6 +118,16 @@ TEST_F(ListenerActions, AListenerWithoutAnAgentIsKickedOnly) {
     EXPECT_EQ(bans(), Tables());
 }
 
+TEST_F(ListenerActions, AnAgentThatTheFileCouldNotHoldIsNoFilter) {
+    for (const std::string& agent : {std::string("Player\0x", 8), std::string("Player\rx")}) {
+        const auto visitor = listen("/live", "User-Agent: " + agent + "\r\n");
+        EXPECT_EQ(visitor->receiver->GetRequest()->GetHeader("User-Agent"), agent);
+        press("Ban User Agent", *visitor);
+        EXPECT_TRUE(is_kicked(*visitor));
+    }
+    EXPECT_EQ(bans(), Tables());
+}
+
 TEST_F(ListenerActions, BansAreInTheFileAtOnce) {
     const TemporaryDirectory directory;
     UserList::Init(directory.Path("users.xml"));
