@@ -16,13 +16,14 @@ std::string lower(std::string text) { return tolower(text); }
 
 void SettingsForm::Save(const Request& request) const {
     if (request.GetFormField("action") != "Save") return;
-    for (const std::string& name : request.GetAllFormFields()) {
-        const std::string value = one_line(request.GetFormField(name));
-        if (name == "action") continue;
+    for (const std::string& field : request.GetAllFormFields()) {
+        if (field == "action") continue;
+        const std::string name = one_line(field);
+        const std::string value = one_line(request.GetFormField(field));
         if (is_number(name))
             set(std::strtoull(name.c_str(), nullptr, 10), value);
         else
-            add(one_line(name), value);
+            add(name, value);
     }
 }
 

@@ -255,6 +255,12 @@ TEST_F(SettingsPages, NamesThatTheFileWouldReadAsSomethingElseAreRefused) {
     EXPECT_THAT(Keys(root), Contains("W3CLogFile"));
 }
 
+TEST_F(SettingsPages, ANumberIsNoKeyWhateverFollowsItsLine) {
+    const auto keys = Keys(root);
+    post(SERVER, {{"7777777\n", "x"}, {std::string("7777777\0x", 9), "x"}});
+    EXPECT_EQ(Keys(root), keys);
+}
+
 TEST_F(SettingsPages, HiddenKeysCannotBeChangedByTheirIds) {
     for (const char* key : {"AdminUser", "AdminPass"})
         root->GetChild(key, true)->SetValue("hush");
