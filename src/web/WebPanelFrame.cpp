@@ -24,7 +24,7 @@ const std::string OUTSIDE_SITE = "https://quillwave.example";
 
 // Up to the head: the end tags stand in the footer.
 const std::string DOCTYPE = "<!DOCTYPE html>\n"
-                            "<html xmlns=\"http://www.w3.org/1999/xhtml\">";
+                            "<html xmlns=\"http://www.w3.org/1999/xhtml\" lang=\"en\">";
 
 // toggle(alertString, level) shows the alert box with a text, or hides it again.
 const std::string ALERT_SCRIPT = R"(

@@ -28,11 +28,9 @@ function pageScroll() {
 )";
 
 // Log lines hold what strangers sent: no script in them may run beside the panel's own.
-const html::Attributes LOG_FRAME = {{"id", "log_window"},
-                                    {"src", "/admin/tail/log"},
-                                    {"width", "100%"},
-                                    {"height", "100%"},
-                                    {"sandbox", "allow-same-origin"}};
+const html::Attributes LOG_FRAME = {
+    {"id", "log_window"}, {"src", "/admin/tail/log"},       {"width", "100%"},
+    {"height", "100%"},   {"sandbox", "allow-same-origin"}, {"title", "Event log"}};
 
 } // namespace
 

@@ -104,7 +104,8 @@ TEST_F(LogTail, ThePageShowsItInAFrameThatRunsNoScripts) {
     const std::string page = PanelVisit("/admin/log", basic("root:secret")).Ask();
     EXPECT_TRUE(holds(page, "<title>Quillwave Multimedia Server - Quillwave Administration - Log"));
     EXPECT_TRUE(holds(page, "<h2>Event Log:</h2><iframe id=\"log_window\" src=\"/admin/tail/log\" "
-                            "width=\"100%\" height=\"100%\" sandbox=\"allow-same-origin\">"));
+                            "width=\"100%\" height=\"100%\" sandbox=\"allow-same-origin\" "
+                            "title=\"Event log\"></iframe>"));
     EXPECT_TRUE(holds(between(page, "<head>", "</head>"), "\"interactive\""));
     const std::string scroll = between(page, "id=\"displayArea\"", "<h2>");
     EXPECT_TRUE(holds(scroll, "function pageScroll()"));

@@ -60,7 +60,7 @@ TEST(ErrorPage, ThePartsOfTheFrameStandInTheirOrder) {
     const std::string page = error_page();
     std::size_t position = 0;
     for (const char* part : {"<!DOCTYPE html>",
-                             "<html xmlns=\"http://www.w3.org/1999/xhtml\">",
+                             "<html xmlns=\"http://www.w3.org/1999/xhtml\" lang=\"en\">",
                              "<head>",
                              "charset=\"UTF-8\"",
                              "/favicon.ico",
