@@ -41,6 +41,6 @@ html::Markup create_row_check(const std::string& name, bool disabled = false);
 // A button that posts its form with `action` set to its label.
 html::Markup create_action_button(const std::string& action, bool disabled = false);
 
-// What a setting, a name or a filter takes of a posted text: all before the first CR, LF or NUL.
-// Their files hold one on a line, and what follows would be read as another.
+// What a line of a file takes of a stranger's text, be it a setting, a filter or a stream's name:
+// all before the first CR, LF or NUL. What follows would be read as another line.
 std::string one_line(const std::string& text);

@@ -1,21 +1,19 @@
 #include "web/Playlists.h"
 
+#include "web/FormFields.h"
+
 std::string m3u_playlist(const std::string& name, const std::string& url) {
     return "#EXTM3U\r\n"
            "#EXTINF:-1," +
-           first_line(name) + "\r\n" + url + "\r\n";
+           one_line(name) + "\r\n" + url + "\r\n";
 }
 
 std::string pls_playlist(const std::string& name, const std::string& url) {
     return "[playlist]\r\n"
            "File1=" +
-           url + "\r\nTitle1=" + first_line(name) +
+           url + "\r\nTitle1=" + one_line(name) +
            "\r\n"
            "Length=-1\r\n"
            "NumberOfEntries=1\r\n"
            "Version=2\r\n";
-}
-
-std::string first_line(const std::string& text) {
-    return text.substr(0, text.find_first_of("\r\n"));
 }

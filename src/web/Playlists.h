@@ -6,6 +6,3 @@
 // the rest would be a line of the file.
 std::string m3u_playlist(const std::string& name, const std::string& url);
 std::string pls_playlist(const std::string& name, const std::string& url);
-
-// `text` up to the first end of a line.
-std::string first_line(const std::string& text);

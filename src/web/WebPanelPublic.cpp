@@ -42,7 +42,7 @@ std::string build_date() {
 
 // The host and port under which the client finds this server.
 std::string host_of(const Request& request) {
-    const std::string asked_for = first_line(request.GetHeader("Host"));
+    const std::string asked_for = one_line(request.GetHeader("Host"));
     if (!asked_for.empty()) return asked_for;
     const std::string port = Config::Get("PortBase", false)->GetValue("8000");
     return Config::Get("Hostname", false)->GetValue("localhost") + (port == "80" ? "" : ":" + port);

@@ -16,14 +16,14 @@ TEST(Playlists, PlsHasTheNameAndTheAddress) {
 }
 
 TEST(Playlists, ANameAddsNoLine) {
-    for (const std::string end : {"\r\n", "\n", "\r"}) {
+    for (const std::string& end :
+         {std::string("\r\n"), std::string("\n"), std::string("\r"), std::string(1, '\0')}) {
         EXPECT_EQ(m3u_playlist("Night" + end + "http://elsewhere/", "u"),
                   "#EXTM3U\r\n#EXTINF:-1,Night\r\nu\r\n");
         EXPECT_EQ(pls_playlist("Night" + end + "File2=http://elsewhere/", "u"),
                   "[playlist]\r\nFile1=u\r\nTitle1=Night\r\n"
                   "Length=-1\r\nNumberOfEntries=1\r\nVersion=2\r\n");
     }
-    EXPECT_EQ(first_line("\r\nName"), "");
 }
 
 } // namespace
