@@ -51,6 +51,25 @@ TEST(FeedText, NamesOfElements) {
         EXPECT_TRUE(feed_text::is_xml_name(name)) << name;
 }
 
+// Whole words, with the signs that stand in the middle of them.
+TEST(FeedText, WordsOfManyScriptsNameElements) {
+    for (const char* word :
+         {"n\u0103m", "ti\u1EBFng", "\u0388\u03C4\u03BF\u03C2", "\u0440\u0456\u043A",
+          "\u0491\u0430\u0442\u0443\u043D\u043E\u043A", "\u057F\u0561\u0580\u056B",
+          "\u05E9\u05E0\u05D4", "\u0633\u0646\u0629", "\u06A9\u06CC", "\u0935\u0930\u094D\u0937",
+          "\u0E1B\u0E35", "\u0E40\u0E1E\u0E25\u0E07", "\u30AB\u30C6\u30B4\u30EA\u30FC",
+          "\uC5F0\uB3C4"})
+        EXPECT_TRUE(feed_text::is_xml_name(word)) << word;
+}
+
+// A sign alone begins no name.
+TEST(FeedText, NoNameBeginsInTheMiddleOfAWord) {
+    for (const char* sign : {"\u0301", "\u064B", "\u094D", "\u0E35", "\u30FC"}) {
+        EXPECT_FALSE(feed_text::is_xml_name(sign + "a"s)) << sign;
+        EXPECT_TRUE(feed_text::is_xml_name("a"s + sign)) << sign;
+    }
+}
+
 TEST(FeedText, TextsThatNameNoElement) {
     for (const std::string& text : {""s,
                                     "1"s,
