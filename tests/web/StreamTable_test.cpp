@@ -240,6 +240,15 @@ TEST(StreamTable, TextsInLatin1AreConverted) {
     EXPECT_EQ(public_cells(stream)[1], "Caf\xC3\xA9");
 }
 
+// As in the feed that the live script reads, and cut by characters all the same.
+TEST(StreamTable, ANulHidesNothingThatIsNoUtf8) {
+    StreamState stream = stream_of();
+    stream.figures.metadata->title = std::string("a\0", 2) + "\xA9" + std::string(100, 'b');
+    const std::string row = PUBLIC.Row(stream).str();
+    EXPECT_NE(row.find(std::string("a\0", 2) + "\xC2\xA9" + std::string(87, 'b') + "...<"),
+              std::string::npos);
+}
+
 // ---- Streams without a source -------------------------------------------------------------------
 
 TEST(StreamTable, ABlockHasATitleAndARowForEachStream) {
