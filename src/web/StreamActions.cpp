@@ -4,6 +4,7 @@
 #include "http/Request.h"
 #include "streaming/Mount.h"
 #include "streaming/MountList.h"
+#include "web/FormFields.h"
 
 #include <algorithm>
 #include <iterator>
@@ -44,7 +45,7 @@ const MountAction* find_action(const MountAction (&table)[Count], const std::str
 
 // An address as it can stand in the settings file: one line, and a path. Empty when it cannot.
 std::string address_of(const std::string& field) {
-    const std::string line = field.substr(0, field.find_first_of(std::string_view("\r\n\0", 3)));
+    const std::string line = one_line(field);
     if (line.empty()) return {};
     const std::string address = line.starts_with("/") ? line : "/" + line;
     return MountList::IsReservedAddress(address) ? "" : address;
