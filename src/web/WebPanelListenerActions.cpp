@@ -55,8 +55,8 @@ void ban_net(Post& post, Receiver& listener) {
     ban_as(post, listener, listener.GetIP(), User::SUBNET);
 }
 
-// An agent that the user file would hold cut short is no filter: after the next start it would bar
-// others.
+// An agent that the user file cannot hold as it is makes no filter: after the next start it would
+// bar others, or nobody.
 void ban_user_agent(Post& post, Receiver& listener) {
     const std::string agent = listener.GetRequest()->GetHeader("User-Agent");
     if (one_line(agent) == agent)
