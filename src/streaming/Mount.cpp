@@ -3,6 +3,7 @@
 #include "config/Config.h"
 #include "core/Clock.h"
 #include "core/OSTools.h"
+#include "directory/Publication.h"
 #include "media/Metadata.h"
 #include "streaming/MountList.h"
 
@@ -18,7 +19,9 @@ constexpr std::uint64_t KILO = 1000;
 
 Mount::Mount(std::string mount_address, int mount_id, const std::shared_ptr<ConfigNode>& node)
     : id(mount_id == -1 ? MountList::GetNextFreeID() : mount_id), address(std::move(mount_address)),
+      publication(std::make_shared<Publication>(address)),
       default_node(Config::Get("Default", true)), last_snap(now()) {
+    add_directories(*default_node);
     SetConfigNode(node != nullptr ? node : std::make_shared<ConfigNode>());
     default_node->AddListener(this);
 }
@@ -154,11 +157,6 @@ bool Mount::wants_publication() const {
 void Mount::SetName(const std::string& text) {
     spin_guard guard(settings_lock);
     name = text;
-}
-
-void Mount::SetNameFormat(const std::string& format) {
-    spin_guard guard(settings_lock);
-    name_format = format;
 }
 
 void Mount::SetMetaInterval(int bytes) {

@@ -23,6 +23,7 @@
 
 class MediaReader;
 class PacketBuffer;
+class Publication;
 class Receiver;
 class Request;
 class Socket;
@@ -100,14 +101,16 @@ public:
     bool IsAuthenticated(const std::string& user, const std::string& pass) const;
 
     void SetName(const std::string& text) EXCLUDES(settings_lock);
-    void SetNameFormat(const std::string& format) EXCLUDES(settings_lock);
-    void SetPublicState(PublicState state) { public_state = state; }
-    void SetMetaInterval(int bytes); // at least 1024
-    void SetMaxReceivers(int most) { max_receivers = most; }
+    void SetNameFormat(const std::string& format) EXCLUDES(settings_lock); // lists anew
+    void SetPublicState(PublicState state);                                // lists, or ends that
+    void SetMetaInterval(int bytes);                                       // at least 1024
+    void SetMaxReceivers(int most);                                        // lists anew
     void SetIPMaxReceivers(int most) { ip_max_receivers = most; }
     void SetRelayDisconnectWaitTime(unsigned int seconds); // 0 is ignored
     void SetSongHistoryLength(unsigned short songs);       // at most 50
     void SetBitrateLimit(std::uint64_t kilobits);          // kept in bits per second
+
+    std::shared_ptr<Publication> GetPublication() const { return publication; }
 
     void AddRelayAddress(const std::string& url) EXCLUDES(settings_lock);
     void SetRelayAddress(const std::string& old_url, const std::string& new_url)
@@ -216,6 +219,13 @@ private:
     std::string get_name() const REQUIRES(settings_lock);
     bool wants_publication() const REQUIRES(settings_lock);
 
+    // MountPublication.cpp
+    void start_publication() EXCLUDES(settings_lock);
+    void stop_publication();
+    void settle_publication();
+    void add_directories(const ConfigNode& section);
+    void follow_directory(const std::string& old_url, const std::string& new_url);
+
     // MountSettings.cpp
     static const SettingKey SETTING_KEYS[];
     void read_settings();
@@ -295,6 +305,7 @@ private:
 
     const int id;
     const std::string address;
+    const std::shared_ptr<Publication> publication; // is called with no lock held
 
     // Settings, and what the source said of its stream.
     mutable spinlock settings_lock;

@@ -95,7 +95,11 @@ Mount::SettingValue::SettingValue(const Mount& mount, const SettingKey& row, boo
 // The one place that names the keys, their hard defaults and what each of them does. `Relay`,
 // `User` and `Pass` follow rules of their own, below.
 const Mount::SettingKey Mount::SETTING_KEYS[] = {
-    {"Auth", [](Mount& m, const SettingValue& v) { m.auth_required = v.Flag(false); }},
+    {"Auth",
+     [](Mount& m, const SettingValue& v) {
+         m.auth_required = v.Flag(false);
+         m.settle_publication();
+     }},
     // Kept: unset it is -1 at first, a limit out of reach, and 0, none, after a change.
     {"AvgBitrateLimit",
      [](Mount& m, const SettingValue& v) {
@@ -183,6 +187,7 @@ void Mount::DeleteConfigNode() {
 bool Mount::OnConfigNodeChanged(std::shared_ptr<ConfigNode> node, std::string old_value) {
     const std::string key = node->GetKey(false);
     const bool in_default = node->GetParent() == default_node;
+    if (key == "directory") follow_directory(old_value, node->GetValue(""));
     if (key == "relay") follow_relay(in_default, old_value, node->GetValue(""));
     if ((key == "user" || key == "pass") && !in_default) make_source_account();
     for (const SettingKey& row : SETTING_KEYS)
@@ -207,6 +212,7 @@ bool Mount::has_own(const std::string& key) const {
 void Mount::read_settings() {
     for (const SettingKey& row : SETTING_KEYS)
         row.take(*this, SettingValue(*this, row, false));
+    add_directories(*GetConfigNode());
     for (const std::string& url : relays_of(*GetConfigNode()))
         AddRelayAddress(url);
     settle_default_relays();

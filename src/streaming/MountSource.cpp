@@ -2,6 +2,7 @@
 #include "core/Clock.h"
 #include "core/Log.h"
 #include "core/OSTools.h"
+#include "directory/Publication.h"
 #include "http/Request.h"
 #include "media/MediaReader.h"
 #include "media/PacketBuffer.h"
@@ -164,6 +165,7 @@ void Mount::announce_source() {
                 << " Connected (A: " << session.stream << ") [T: " << session.type << "]"
                 << std::endl;
     if (session.socket) take_text(&Mount::last_ip, session.socket->GetIP());
+    start_publication();
     tell_source_came();
 }
 
@@ -208,6 +210,7 @@ void Mount::end_session() {
     if (session.socket) session.socket->Close();
     source_socket.store(nullptr);
     if (connected) {
+        publication->WaitForStop();
         MountList::IncTotalActiveMounts(-1);
         reset();
     }

@@ -1,6 +1,8 @@
 // The directories that a stream is listed on.
 
 #include "core/OSTools.h"
+#include "directory/Publication.h"
+#include "directory/YellowPage.h"
 #include "streaming/Mount.h"
 #include "streaming/MountList.h"
 #include "web/PublicationTable.h"
@@ -10,8 +12,16 @@ using html::Markup;
 
 namespace {
 
-// No mount has a publication yet.
-std::vector<PublicationDetails> publication_details(const Mount&) { return {}; }
+std::vector<PublicationDetails> publication_details(const Mount& mount) {
+    std::vector<PublicationDetails> all;
+    for (const auto& [address, page] : mount.GetPublication()->GetPublicationDetails())
+        all.push_back({.address = page->Address(),
+                       .listed = page->Listed(),
+                       .last_touch = page->LastTouchTime(),
+                       .interval = page->Interval(),
+                       .status = page->Status()});
+    return all;
+}
 
 } // namespace
 

@@ -22,6 +22,15 @@ public:
     ~TakenCall() { Close(); }
 
     bool Came() const { return fd != -1; }
+    // The address that it came from.
+    std::string PeerIP() const {
+        sockaddr_in peer{};
+        socklen_t length = sizeof peer;
+        getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &length);
+        char text[INET_ADDRSTRLEN] = "";
+        inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
+        return text;
+    }
 
     // The head with its empty line and, as its Content-Length tells, the body.
     std::string Receive() const {
