@@ -41,7 +41,7 @@ public:
     // Bytes asked of the reader at once while a stream flows. A source's first read fills the
     // whole buffer, so that a stream begins with enough to play on; smaller ones after it keep a
     // packet from waiting for the packets behind it, half a second at 128 kbit/s.
-    static constexpr std::size_t READ_STEP = 1024;
+    static constexpr std::size_t READ_STEP = 1000;
     static constexpr std::uint64_t GENERIC_SIZE_LIMIT = 0x100000;
     static constexpr std::size_t GENERIC_PACKET = 500;
 

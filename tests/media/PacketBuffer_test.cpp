@@ -213,7 +213,7 @@ TEST(PacketBuffer, TheFirstReadOfASourceFillsTheBufferAndLaterOnesDoNotWaitForAs
     OpenBuffer buffer(source, 1 << 20);
     for (int packet = 0; packet < 18; ++packet)
         ASSERT_EQ(buffer.FillBuffer(), 0);
-    EXPECT_EQ(source->asked, (std::vector<unsigned long long>{8192, 1024}));
+    EXPECT_EQ(source->asked, (std::vector<unsigned long long>{8192, 1000}));
     buffer.Resync();
     ASSERT_EQ(buffer.FillBuffer(), 0);
     EXPECT_EQ(source->asked.back(), 8192U);

@@ -188,6 +188,7 @@ def test_relay_taken_away_by_a_reload_lets_sources_in(start_server):
         server.wait_log("> Relay Connected (A: ")
         text = "".join(line for line in server.read("quillwave.conf").splitlines(True) if "Relay" not in line)
         reload(server, text)
+        master.stop()
     server.wait_log("> Relay Disconnected ")
     with HttpSource(server, "/live") as own:
         server.wait_source()

@@ -74,7 +74,8 @@ public:
     // Sixteen more packets are cut; nobody has them yet.
     void Feed(char byte = 'a') {
         const auto newest = last_packet();
-        // The reader fills its whole buffer, and less than a packet is left behind in it.
+        // The first read fills the whole buffer, and leaves less than a packet behind in it; the
+        // ones behind it take two packets each.
         source->Send(std::string(first_feed ? 8192 : PACKETS_PER_FEED * PACKET, byte));
         first_feed = false;
         comes_true([&] { return packets_behind(newest) == PACKETS_PER_FEED; });
