@@ -1,12 +1,24 @@
+#include "http/MimeTypes.h"
 #include "media/FileReader.h"
 #include "media/PacketBuffer.h"
 #include "streaming/Framers.h"
 #include "streaming/Mount.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace {
-// What kind of stream an intro file holds. Nothing tells the types of files apart yet, so all are
-// taken as plain bytes.
-std::string intro_type(const std::string&) { return "application/octet-stream"; }
+// Kept: these types to the letter, while the type of a source only has to hold one of the words.
+// Files of all other types are played as plain bytes.
+constexpr const char* FRAMED_TYPES[] = {"audio/mpeg", "audio/aacp", "application/ogg"};
+
+// What kind of stream an intro file holds, as its name tells.
+std::string intro_type(const std::string& path) {
+    const std::string type = MimeTypes::GetMimeType(path);
+    const bool framed =
+        std::find(std::begin(FRAMED_TYPES), std::end(FRAMED_TYPES), type) != std::end(FRAMED_TYPES);
+    return framed ? type : MimeTypes::UNKNOWN;
+}
 } // namespace
 
 bool Mount::SetIntroFile(const std::string& path) {

@@ -1,8 +1,14 @@
+#include "http/MimeTypes.h"
+#include "media/AacBuffer.h"
 #include "media/BufferEntry.h"
+#include "media/MpegBuffer.h"
+#include "media/OggBuffer.h"
 #include "media/PacketBuffer.h"
 #include "streaming/Mount.h"
 #include "streaming/MountList.h"
 #include "support/Broadcaster.h"
+#include "support/Frames.h"
+#include "support/OggPages.h"
 #include "support/Sections.h"
 #include "support/TemporaryDirectory.h"
 
@@ -54,6 +60,49 @@ TEST_F(MountBuffers, TheIntroIsHeldInWhole) {
 
 TEST_F(MountBuffers, AMissingFileIsNoIntro) {
     EXPECT_FALSE(mount->SetIntroFile(directory.Path("none")));
+    EXPECT_EQ(first(), nullptr);
+}
+
+TEST_F(MountBuffers, TheEndingOfAnIntroDecidesHowItIsCut) {
+    directory.Write("types", "audio/mpeg mp3\naudio/aacp aac\napplication/ogg ogg\n");
+    Config::Get("MimeFile", true)->SetValue(directory.Path("types"));
+    ASSERT_TRUE(MimeTypes::Init());
+    const std::string mp3 = frames::mp3();
+    const std::string adts = frames::adts(300);
+    const std::string ogg = ogg::page({.flags = ogg::FIRST}, {30}, std::string(30, 'o'));
+    directory.Write("a.MP3", "junk" + mp3 + mp3 + mp3 + mp3);
+    directory.Write("a.aac", "junk" + adts + adts + adts + adts);
+    directory.Write("a.ogg", "junk" + ogg + ogg + ogg);
+    ASSERT_TRUE(mount->SetIntroFile(directory.Path("a.MP3")));
+    EXPECT_NE(dynamic_cast<MpegBuffer*>(first().get()), nullptr);
+    EXPECT_EQ(first()->GetBufferSnapShot().front()->data.size(), mp3.size()) << "whole frames";
+    ASSERT_TRUE(mount->SetIntroFile(directory.Path("a.aac")));
+    EXPECT_NE(dynamic_cast<AacBuffer*>(first().get()), nullptr);
+    EXPECT_EQ(first()->GetBufferSnapShot().front()->data.size(), adts.size());
+    ASSERT_TRUE(mount->SetIntroFile(directory.Path("a.ogg")));
+    EXPECT_NE(dynamic_cast<OggBuffer*>(first().get()), nullptr);
+}
+
+// Kept: other types that hold the same words are not framed, and one that no source may send is as
+// good as any.
+TEST_F(MountBuffers, IntrosOfOtherTypesArePlainBytes) {
+    directory.Write("types",
+                    "audio/aac aac\naudio/x-mpeg mp3\naudio/ogg ogg\nmisc/ultravox uvox\n");
+    Config::Get("MimeFile", true)->SetValue(directory.Path("types"));
+    ASSERT_TRUE(MimeTypes::Init());
+    for (const std::string name : {"a.aac", "a.mp3", "a.ogg", "a.uvox", "a"}) {
+        directory.Write(name, std::string(1001, 'x'));
+        ASSERT_TRUE(mount->SetIntroFile(directory.Path(name))) << name;
+        EXPECT_EQ(first()->GetBufferSnapShot().front()->data.front(), 'x') << name;
+    }
+}
+
+TEST_F(MountBuffers, AnIntroWithoutAFrameIsNone) {
+    directory.Write("types", "audio/mpeg mp3\n");
+    Config::Get("MimeFile", true)->SetValue(directory.Path("types"));
+    ASSERT_TRUE(MimeTypes::Init());
+    directory.Write("a.mp3", std::string(1001, 'x'));
+    EXPECT_FALSE(mount->SetIntroFile(directory.Path("a.mp3")));
     EXPECT_EQ(first(), nullptr);
 }
 
