@@ -6,7 +6,9 @@
 #include "core/Log.h"
 #include "core/OSTools.h"
 #include "core/ThreadPool.h"
+#include "http/MimeTypes.h"
 #include "net/API.h"
+#include "net/NameLookupThread.h"
 #include "net/ServerManager.h"
 #include "streaming/MountList.h"
 #include "streaming/Notifier.h"
@@ -66,6 +68,7 @@ void Quillwave::Start(const std::string& config_path) {
     const bool configured = Config::Init(config_path);
     if (!configured) make_first_account();
     start_logging();
+    MimeTypes::Init();
     ServerManager::Start();
     UserList::Init(Config::Get("UserFile", false)->GetValue("quillwave-users.xml"));
     MountList::Init();
@@ -73,11 +76,13 @@ void Quillwave::Start(const std::string& config_path) {
         UserList::Unserialize();
     else
         UserList::Serialize(); // the settings are saved soon, and no later start makes an account
+    NameLookupThread::Init();
     ReceiverList::Open();
 }
 
 // Nobody enters, then all connections leave, and only then is written and ended what they used.
 void Quillwave::Stop() {
+    NameLookupThread::SignalStop();
     ServerManager::SignalStop();
     ServerManager::WaitForStop();
     ThreadPool::SignalStop();
@@ -88,6 +93,7 @@ void Quillwave::Stop() {
     Notifier::WaitForStop();
     API::SignalStop();
     API::WaitForStop();
+    NameLookupThread::WaitForStop();
     Config::SavePending();
     Log::Stop();
 }

@@ -11,6 +11,7 @@
 #include "media/MediaWriter.h"
 #include "media/PacketBuffer.h"
 #include "net/Socket.h"
+#include "net/SocketTools.h"
 #include "streaming/Mount.h"
 #include "streaming/ReceiverList.h"
 #include "web/WebPanel.h"
@@ -188,6 +189,13 @@ void Receiver::set_mounts(std::shared_ptr<Mount> next, std::shared_ptr<Mount> or
 std::string Receiver::GetHostname() const {
     spin_guard guard(name_lock);
     return hostname;
+}
+
+void Receiver::ResolveHostname() {
+    if (GetHostname() != ip) return;
+    std::string name = GetIPHostname(ip);
+    spin_guard guard(name_lock);
+    hostname.swap(name);
 }
 
 std::shared_ptr<Request> Receiver::GetRequest() const {

@@ -59,7 +59,10 @@ public:
     std::string GetUUID() const { return uuid; }
     std::string GetIP() const { return ip; }
     std::string GetInterfaceIP() const { return interface_ip; }
+    // The name behind the address once that is known, until then the address.
     std::string GetHostname() const EXCLUDES(name_lock);
+    // Finds out the name, unless it is known; waits for as long as the resolver takes.
+    void ResolveHostname() EXCLUDES(name_lock);
     std::shared_ptr<Request> GetRequest() const EXCLUDES(name_lock);
     // The mount asked for, also while its fallback is played; empty for other connections.
     std::shared_ptr<Mount> GetMount() const EXCLUDES(name_lock);
@@ -199,8 +202,9 @@ private:
     const std::string server_hostname;
     const std::string uuid;
 
+    std::string hostname GUARDED_BY(name_lock); // the thread of the name lookups changes it
+
     // Changed by the worker only and under name_lock, so that the worker reads them as they are.
-    std::string hostname;
     std::shared_ptr<Request> request;
     std::shared_ptr<Response> response;
     std::shared_ptr<METADATA> metadata; // the last one seen

@@ -8,6 +8,7 @@
 #include "http/Request.h"
 #include "http/Response.h"
 #include "media/MediaWriter.h"
+#include "net/NameLookupThread.h"
 #include "net/Socket.h"
 #include "streaming/Mount.h"
 #include "streaming/MountList.h"
@@ -248,6 +249,7 @@ void Receiver::continue_admission() {
 }
 
 void Receiver::start_listening() {
+    NameLookupThread::AddReceiver(getptr());
     ListenerOutput output =
         open_listener_output(request, *mount, admission_status == Admission::ADMITTED_AS_FLV);
     assign(response, std::move(output.response));

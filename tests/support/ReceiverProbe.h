@@ -15,7 +15,13 @@ struct ReceiverProbe {
     std::shared_ptr<Response> GetResponse() const { return receiver.response; }
     void SetTimeLimit(std::uint64_t seconds) { receiver.time_limit = seconds; }
     void SetWriter(std::shared_ptr<MediaWriter> writer) { receiver.writer = std::move(writer); }
-    void SetHostname(const std::string& hostname) { receiver.hostname = hostname; }
+    // A lookup waits meanwhile, as for a resolver that takes its time.
+    void HoldName() NO_THREAD_SAFETY_ANALYSIS { receiver.name_lock.lock(); }
+    void LetNameGo() NO_THREAD_SAFETY_ANALYSIS { receiver.name_lock.unlock(); }
+    void SetHostname(const std::string& hostname) {
+        spin_guard guard(receiver.name_lock);
+        receiver.hostname = hostname;
+    }
     void LosePackets() { receiver.packets.Clear(); }
     void LoseMount() { receiver.set_mounts(nullptr, nullptr); }
 };
