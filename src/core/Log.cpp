@@ -45,6 +45,7 @@ std::atomic<bool> Log::running{false};
 std::atomic<bool> Log::stop{false};
 std::atomic<bool> Log::termination_noted{false};
 std::atomic<std::int64_t> Log::in_memory{0};
+std::atomic<std::uint64_t> Log::lines_written{0};
 std::thread Log::log_thread;
 
 // ---- Start and stop -----------------------------------------------------------------------------
@@ -216,7 +217,10 @@ void Log::to_file(const std::string& line) {
             last_log_entries.pop_front();
     }
     append_event(path_of(EVENT_LOG), line);
-    spin_guard guard(log_receiver_lock);
-    for (auto& [id, lines] : log_service_clients)
-        lines.push_back(line);
+    {
+        spin_guard guard(log_receiver_lock);
+        for (auto& [id, lines] : log_service_clients)
+            lines.push_back(line);
+    }
+    lines_written.fetch_add(1, std::memory_order_release);
 }

@@ -66,6 +66,8 @@ public:
     static int AddLogReceiver(LogType type);
     // The lines since the last query. Throws std::out_of_range for a number that does not exist.
     static std::list<std::string> QueryLog(int id, LogType type);
+    // How many lines have been handed to the readers of the event log.
+    static std::uint64_t LinesWritten() { return lines_written.load(std::memory_order_acquire); }
     // Whether a query would bring any.
     static bool HasLines(int id, LogType type);
     static void RemoveLogReceiver(int id, LogType type);
@@ -122,6 +124,7 @@ private:
     static std::atomic<bool> stop;
     static std::atomic<bool> termination_noted;
     static std::atomic<std::int64_t> in_memory;
+    static std::atomic<std::uint64_t> lines_written;
     static std::thread log_thread;
 };
 

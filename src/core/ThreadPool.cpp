@@ -12,9 +12,18 @@ namespace {
 
 constexpr std::chrono::milliseconds CYCLE(50);
 constexpr std::size_t POLLS_PER_CLAIM = 64;
+constexpr std::size_t FETCHED_AHEAD = 6;
 constexpr int LEAST_WORKERS = 3;
 constexpr int MOST_WORKERS = 64;
 constexpr long WORKERS_OF_A_SMALL_MACHINE = 4;
+
+// Thousands of objects do not stay in the processor's caches between two cycles. What a Poll looks
+// at stands at the beginning of its object.
+void fetch_ahead(const ThreadPoolWork* work) {
+    const char* bytes = reinterpret_cast<const char*>(work);
+    __builtin_prefetch(bytes, 1);
+    __builtin_prefetch(bytes + 64, 1);
+}
 
 std::deque<ThreadPool::WorkPointer> all_of(concurrent_queue<ThreadPool::WorkPointer>& queue) {
     std::deque<ThreadPool::WorkPointer> taken;
@@ -226,6 +235,7 @@ ThreadPool::WorkPointer ThreadPool::next_slice() {
 void ThreadPool::poll(PollBatch batch, std::vector<Ready>& ready) {
     const long long elapsed = last_duration;
     for (std::size_t at = batch.first; at < batch.last; ++at) {
+        if (at + FETCHED_AHEAD < batch.last) fetch_ahead(registered[at + FETCHED_AHEAD].get());
         const Priority priority = registered[at]->Poll(elapsed);
         if (priority <= LOW) ready.push_back({registered[at], priority});
     }

@@ -21,7 +21,7 @@ struct Look {
 };
 
 shared_cell<const Look> latest(std::make_shared<const Look>());
-std::atomic<std::uint64_t> generation{public_state::NO_GENERATION + 1};
+std::atomic<std::uint64_t> generation{0};
 std::atomic<std::int64_t> next_look{0}; // by the coarse clock
 
 // Coarse, for it is read by everyone who waits, twenty times a second.
@@ -39,6 +39,15 @@ std::shared_ptr<const Look> look_at_mounts() {
     return look;
 }
 
+// One caller looks; the others go on with what was seen before.
+void look_if_due() {
+    const std::int64_t present = milliseconds();
+    std::int64_t due = next_look.load(std::memory_order_relaxed);
+    if (present < due || !next_look.compare_exchange_strong(due, present + LOOK_MS)) return;
+    const std::shared_ptr<const Look> look = look_at_mounts();
+    if (*look != *latest.exchange(look)) generation.fetch_add(1, std::memory_order_release);
+}
+
 } // namespace
 
 std::string public_state::Text(const std::shared_ptr<Mount>& mount) {
@@ -51,17 +60,12 @@ std::string public_state::Text(const std::shared_ptr<Mount>& mount) {
 }
 
 std::uint64_t public_state::Generation() {
-    const std::int64_t present = milliseconds();
-    std::int64_t due = next_look.load(std::memory_order_relaxed);
-    // One caller looks; the others go on with what was seen before.
-    if (present >= due && next_look.compare_exchange_strong(due, present + LOOK_MS)) {
-        std::shared_ptr<const Look> look = look_at_mounts();
-        if (*look != *latest.exchange(look)) generation.fetch_add(1, std::memory_order_release);
-    }
+    look_if_due();
     return generation.load(std::memory_order_acquire);
 }
 
 bool public_state::Differs(const std::shared_ptr<Mount>& mount, const std::string& text) {
+    look_if_due();
     const std::shared_ptr<const Look> look = latest.load();
     if (!mount) return look->all_shown != text;
     const auto place = look->by_mount.find(mount.get());

@@ -16,9 +16,8 @@ std::string Text(const std::shared_ptr<Mount>& mount);
 
 // Another number as soon as anything has changed. Mostly one read of a clock and of the number.
 std::uint64_t Generation();
-inline constexpr std::uint64_t NO_GENERATION = 0; // is never given
 
-// Whether the state was another than `text` at the latest look.
+// Whether the state was another than `text` at the latest look, which is taken now if it is due.
 bool Differs(const std::shared_ptr<Mount>& mount, const std::string& text);
 
 } // namespace public_state

@@ -42,6 +42,7 @@ Receiver::~Receiver() = default;
 
 ThreadPool::Priority Receiver::Poll(long long elapsed) {
     if (!ReceiverList::IsOpen()) return ThreadPool::NOTHING;
+    if (page_sleeps(elapsed)) return ThreadPool::NOTHING;
     if (busy.exchange(true, std::memory_order_acquire)) return ThreadPool::NOTHING;
     if (slice_is_due(elapsed)) return priority();
     busy.store(false, std::memory_order_release);
@@ -55,7 +56,23 @@ bool Receiver::slice_is_due(long long elapsed) {
     return due;
 }
 
-bool Receiver::page_has_news() const { return page_waits && web_panel->HasNews(); }
+// Thousands of pages may wait at a time: here one costs the cycle no lock and no look at the panel.
+bool Receiver::page_sleeps(long long elapsed) {
+    const auto number = news_number.load(std::memory_order_acquire);
+    if (!number || number() != news_seen.load(std::memory_order_relaxed)) return false;
+    return wait_ms.fetch_sub(elapsed) > elapsed;
+}
+
+// The number is read before the news are asked for, so that none fall between.
+bool Receiver::page_has_news() {
+    if (!page_waits) return false;
+    const WebPanel::NewsNumber number = web_panel->GetNewsNumber();
+    const std::uint64_t seen = number ? number() : 0;
+    if (web_panel->HasNews()) return true;
+    news_seen.store(seen, std::memory_order_relaxed);
+    news_number.store(number, std::memory_order_release);
+    return false;
+}
 
 ThreadPool::Priority Receiver::priority() const {
     const int state = Status();

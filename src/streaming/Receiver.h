@@ -91,7 +91,8 @@ private:
 
     // Receiver.cpp: the slice.
     bool slice_is_due(long long elapsed) EXCLUDES(process_lock);
-    bool page_has_news() const REQUIRES(process_lock);
+    bool page_sleeps(long long elapsed);
+    bool page_has_news() REQUIRES(process_lock);
     ThreadPool::Priority priority() const EXCLUDES(name_lock);
     void serve() REQUIRES(process_lock);
     void slice() REQUIRES(process_lock);
@@ -185,6 +186,9 @@ private:
     mutable spinlock name_lock;
     mutable spinlock process_lock ACQUIRED_BEFORE(name_lock); // held for the length of a slice
     std::atomic<long long> wait_ms{0};                        // until the next slice is due
+    // Of a page without news: what changes when it may have some, and how that stood. Or null.
+    std::atomic<std::uint64_t (*)()> news_number{nullptr};
+    std::atomic<std::uint64_t> news_seen{0};
 
     PacketQueue packets;
 

@@ -22,7 +22,7 @@ namespace {
 
 constexpr double ANSWERED_TIMEOUT_SECONDS = 60; // answered with a 408
 constexpr double HEAD_TIMEOUT_SECONDS = 15;
-constexpr long long PAGE_WAIT_MS = 2000; // until a page without news looks for its peer again
+constexpr long long PAGE_WAIT_MS = 10000; // until a page without news looks for its peer again
 
 bool is_served(int method) {
     switch (method) {
@@ -275,8 +275,8 @@ std::string Receiver::asked_for() const {
 
 // ---- Pages of the panel -------------------------------------------------------------------------
 
-// Thousands of these may wait at a time, so one that has no news costs its Poll and no slice.
 void Receiver::continue_page() {
+    news_number = nullptr;
     if (web_panel->HasNews() && web_panel->ProcessRequest() != WebPanel::IN_PROGRESS)
         finish_page();
     else
@@ -294,5 +294,6 @@ void Receiver::finish_page() {
 
 void Receiver::drop_page() {
     page_waits = false;
+    news_number = nullptr;
     web_panel.reset();
 }

@@ -49,6 +49,9 @@ public:
     // Of an answer in progress: whether ProcessRequest may have something to do. Cheap; any thread,
     // as long as no other is inside ProcessRequest.
     bool HasNews() const;
+    // A number that changes whenever HasNews may become true; null when that may be at any time.
+    using NewsNumber = std::uint64_t (*)();
+    NewsNumber GetNewsNumber() const;
     // Whether the panel keeps the path for itself, so that a mount there is never reached.
     static bool Shadows(const std::string& path);
     // The answer last made, or null. It may still have bytes to send; the Receiver sees to that.
@@ -224,7 +227,6 @@ private:
     // A long poll: what it watches, and how that looked at the first pass.
     std::shared_ptr<Mount> watch_mount; // null: all that are shown
     std::string watch_snapshot;
-    std::uint64_t watch_generation = 0; // of the public state; a stale one for none
 
     int log_receiver_id = -1; // of the log tail
     bool redirected = false;  // in this pass: a page would be taken for the next answer

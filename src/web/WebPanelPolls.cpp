@@ -16,23 +16,21 @@ bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
 } // namespace
 
 bool WebPanel::HasNews() const {
-    if (!watch_snapshot.empty())
-        return public_state::Generation() != watch_generation &&
-               public_state::Differs(watch_mount, watch_snapshot);
+    if (!watch_snapshot.empty()) return public_state::Differs(watch_mount, watch_snapshot);
     if (log_receiver_id >= 0)
         return response->GetBytesBuffered() > 0 || Log::HasLines(log_receiver_id, Log::EVENT_LOG);
     return true;
 }
 
-// The generation is read before the state, so that no change falls between them. When the state is
-// ahead of what the generation stands for, it could come back there without another generation; it
-// is then compared itself every time.
+WebPanel::NewsNumber WebPanel::GetNewsNumber() const {
+    if (!watch_snapshot.empty()) return public_state::Generation;
+    return log_receiver_id >= 0 ? Log::LinesWritten : nullptr;
+}
+
 bool WebPanel::stats_changed() {
     const bool first = watch_snapshot.empty();
     if (first) watch_mount = mount_to_watch();
-    watch_generation = public_state::Generation();
     const std::string state = public_state::Text(watch_mount);
-    if (public_state::Differs(watch_mount, state)) watch_generation = public_state::NO_GENERATION;
     if (first) watch_snapshot = state;
     if (state == watch_snapshot) return false;
     watch_mount.reset();

@@ -171,6 +171,15 @@ TEST(LogReceivers, QueryEmptiesTheList) {
     EXPECT_THAT(Log::QueryLog(id, Log::EVENT_LOG), IsEmpty());
 }
 
+TEST(LogReceivers, CountTheLinesTheyAreGiven) {
+    LogLines log;
+    log.All();
+    const std::uint64_t before = Log::LinesWritten();
+    LogWrite(2) << "one" << std::endl;
+    log.All(); // writes a line as well
+    EXPECT_EQ(Log::LinesWritten(), before + 2);
+}
+
 TEST(LogReceivers, TellWhetherAQueryWouldBringLines) {
     LogLines log;
     const int id = Log::AddLogReceiver(Log::EVENT_LOG);

@@ -1,6 +1,7 @@
 // Pages that are answered later: when their Receiver gets a slice.
 
 #include "media/Metadata.h"
+#include "streaming/PublicState.h"
 #include "support/LogLines.h"
 #include "support/OnAir.h"
 #include "support/ReceiverProbe.h"
@@ -10,7 +11,7 @@
 namespace {
 
 constexpr long long CYCLE = 50;
-constexpr long long SIGN_OF_LIFE = 2000; // milliseconds between looks for the peer
+constexpr long long SIGN_OF_LIFE = 10000; // milliseconds between looks for the peer
 
 void set_title(Mount& mount, const std::string& title) {
     auto metadata = std::make_shared<METADATA>();
@@ -70,6 +71,33 @@ TEST_F(WaitingPage, IsAnsweredWithTheChange) {
     EXPECT_NE(visitor->Hear().find("\"meta_song\":\"New\""), std::string::npos);
     EXPECT_EQ(visitor->receiver->Status(), 0) << "the connection is kept";
     EXPECT_EQ(visitor->receiver->Poll(CYCLE), ThreadPool::LOW) << "and reads the next request";
+}
+
+// The look at the mounts that all share may be older than what a page begins with.
+TEST_F(WaitingPage, IsAnsweredWhenTheStateReturnsToWhatTheLastLookFound) {
+    set_title(*air.mount, "One");
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    public_state::Generation(); // finds "One", and looks no more for a while
+    set_title(*air.mount, "Two");
+    const auto visitor = ask("/status.json?wfc=y");
+    visitor->receiver->Poll(0);
+    visitor->Slice();
+    set_title(*air.mount, "One");
+    EXPECT_TRUE(wants_slice(*visitor));
+    visitor->Slice();
+    EXPECT_NE(visitor->Hear().find("\"meta_song\":\"One\""), std::string::npos);
+}
+
+TEST_F(WaitingPage, OfOneMountSleepsThroughTheChangesOfOthers) {
+    OnAir other("/other", 2);
+    other.Connect();
+    const auto visitor = ask("/status.json?wfc=y&src=1");
+    for (const char* title : {"One", "Two", "Three"}) {
+        set_title(*other.mount, title);
+        EXPECT_TRUE(is_quiet(*visitor, 15)) << title;
+    }
+    set_title(*air.mount, "Here");
+    EXPECT_TRUE(wants_slice(*visitor));
 }
 
 TEST_F(WaitingPage, IsNotWrittenToTheLog) {

@@ -250,6 +250,27 @@ TEST(HasNews, OfAStoppedMountThatIsRemovedNothing) {
     EXPECT_EQ(visit.Pass(), WAITS);
 }
 
+TEST(HasNews, ComeWithAnotherNumber) {
+    OnAir air("/live");
+    air.Connect();
+    PanelVisit visit("/status.json?wfc=y");
+    visit.Pass();
+    EXPECT_TRUE(comes_true([&] { return !visit.panel.HasNews(); }));
+    const WebPanel::NewsNumber number = visit.panel.GetNewsNumber();
+    const std::uint64_t before = number();
+    EXPECT_TRUE(stays_quiet(visit.panel));
+    EXPECT_EQ(number(), before);
+    set_title(*air.mount, "New");
+    EXPECT_TRUE(gets_news(visit.panel));
+    EXPECT_NE(number(), before);
+}
+
+TEST(HasNews, OfOtherAnswersMayComeWithoutANumber) {
+    PanelVisit visit("/index.html");
+    EXPECT_TRUE(visit.panel.HasNews());
+    EXPECT_EQ(visit.panel.GetNewsNumber(), nullptr);
+}
+
 TEST(HasNews, OfTheLogTailWhenALineIsWritten) {
     LogLines log;
     make_account("root", "secret", User::ADMINISTRATOR);
@@ -258,8 +279,10 @@ TEST(HasNews, OfTheLogTailWhenALineIsWritten) {
     log.All();
     visit.Pass();
     EXPECT_FALSE(visit.panel.HasNews());
+    const std::uint64_t before = visit.panel.GetNewsNumber()();
     LogWrite(2) << "a line" << std::endl;
     EXPECT_TRUE(gets_news(visit.panel));
+    EXPECT_TRUE(comes_true([&] { return visit.panel.GetNewsNumber()() == before + 1; }));
     visit.Pass();
     EXPECT_FALSE(visit.panel.HasNews());
 }
