@@ -66,6 +66,11 @@ int Socket::CanRecv() { return ready(POLLIN); }
 
 int Socket::CanSend() { return ready(POLLOUT); }
 
+bool Socket::PeerHasClosed() const {
+    pollfd end{.fd = fd, .events = POLLRDHUP, .revents = 0};
+    return poll(&end, 1, 0) == 1;
+}
+
 void Socket::AwaitRecv(int milliseconds) const { await(POLLIN, milliseconds); }
 
 void Socket::AwaitSend(int milliseconds) const { await(POLLOUT, milliseconds); }

@@ -47,7 +47,9 @@ public:
     // 1 when a read or write would not wait, 0 when it would, IO_FAILED.
     int CanRecv();
     int CanSend();
-    // Waits for that, at most so long, and judges nothing.
+    // Whether the peer has closed its end, also while bytes of it wait to be read.
+    bool PeerHasClosed() const;
+    // Waits until it could read or write, at most so long, and judges nothing.
     void AwaitRecv(int milliseconds) const;
     void AwaitSend(int milliseconds) const;
 

@@ -144,8 +144,10 @@ bool Receiver::peer_is_gone() {
     if (after_answer != Then::NOTHING || body_ended || inquiry) return false;
     char byte = 0;
     const int result = socket->Recv(&byte, 1, MSG_PEEK, 0);
-    if (result != IO_END && result != IO_FAILED) return false;
-    if (response) response->SetLastError(result == IO_END ? 0 : socket->GetLastError());
+    // What a peer has said behind the request of a waiting page would hide its end for ever.
+    const bool closed = result == IO_END || (page_waits && socket->PeerHasClosed());
+    if (!closed && result != IO_FAILED) return false;
+    if (response) response->SetLastError(closed ? 0 : socket->GetLastError());
     LogWrite(2) << peer() << "Receiver disconnected during recv check with empty buffer"
                 << std::endl;
     return true;

@@ -63,6 +63,16 @@ TEST_F(WaitingPage, LooksForItsPeerNowAndThen) {
     EXPECT_EQ(visitor->receiver->Status(), 3);
 }
 
+TEST_F(WaitingPage, SeesTheEndOfAPeerThatSaidMoreThanItsRequest) {
+    const auto visitor = ask("/status.json?wfc=y");
+    visitor->Say("x");
+    visitor->pair.CloseClient();
+    ASSERT_TRUE(comes_true([&] { return visitor->pair.server->PeerHasClosed(); }));
+    EXPECT_EQ(visitor->receiver->Poll(SIGN_OF_LIFE), ThreadPool::LOW);
+    visitor->Slice();
+    EXPECT_EQ(visitor->receiver->Status(), 3);
+}
+
 TEST_F(WaitingPage, IsAnsweredWithTheChange) {
     const auto visitor = ask("/status.json?wfc=y");
     set_title(*air.mount, "New");
