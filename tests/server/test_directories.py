@@ -136,10 +136,11 @@ def test_addresses_that_cannot_be_directories_are_left_out(start_server, directo
 # ---- the panel ---------------------------------------------------------------------------------------------------------
 
 def change(server, key, value):
-    """As somebody who edits the file and reloads it."""
+    """As somebody who edits the file and reloads it. A reload that is still reading finds the old file or the new one whole."""
     text = server.read("quillwave.conf")
     lines = [line for line in text.splitlines() if not line.startswith(f"Source{key}1=")]
-    server.write("quillwave.conf", "\n".join([*lines, f"Source{key}1={value}", ""]))
+    server.write("edited.conf", "\n".join([*lines, f"Source{key}1={value}", ""]))
+    server.path("edited.conf").replace(server.path("quillwave.conf"))
     server.say("r\n")
 
 
