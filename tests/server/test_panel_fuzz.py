@@ -261,6 +261,7 @@ def settings_changed(fire):
     """The settings that are not as before, without those of the mounts' numbers in the keys: [(key, number)]."""
     now = fire.server.read(CONF).splitlines()
     changed = {line for line in now if line not in fire.settings} | {line for line in fire.settings if line not in now}
+    changed.discard("NameLookups=")  # the server's own line, which comes with the first save
     return sorted(line.split("=")[0] for line in changed)
 
 
