@@ -83,6 +83,7 @@ def test_listeners_are_told_of_to_the_end_of_the_server(start_server, applicatio
                                 NotifyMountRemove=application.address()))
     with on_air(server):
         ears = [listening(server) for _ in range(5)]
+        assert all(ear.audio(FRAME) for ear in ears)
         assert server.stop() == 0
         for ear in ears:
             ear.close()
