@@ -46,6 +46,7 @@ void NameLookupThread::Init() {
 // Kept: lookups that were switched off stay off until the next start of the process, while
 // listeners are queued as before. Operators know the switch in this form.
 void NameLookupThread::Start() {
+    if (started) return; // at once, though another may be waiting for the end of a lookup
     const std::lock_guard guard(thread_lock);
     if (started.exchange(true)) return;
     stop = false;
@@ -54,9 +55,10 @@ void NameLookupThread::Start() {
 
 void NameLookupThread::SignalStop() { stop = true; }
 
+// The flag is set under the lock, or a start that goes before would clear it and never be ended.
 void NameLookupThread::WaitForStop() {
-    stop = true;
     const std::lock_guard guard(thread_lock);
+    stop = true;
     if (lookup_thread.joinable()) lookup_thread.join();
 }
 

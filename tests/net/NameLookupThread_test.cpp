@@ -164,6 +164,28 @@ TEST_F(NameLookup, ALookupUnderWayDelaysTheStop) {
     EXPECT_EQ(behind.receiver->GetHostname(), ADDRESS) << "no other was begun";
 }
 
+TEST_F(NameLookup, SwitchingOnAgainDoesNotWaitForALookupUnderWay) {
+    setting()->SetValue(true);
+    NameLookupThread::Init();
+    const Visitor first;
+    const Visitor slow;
+    ReceiverProbe probe{*slow.receiver};
+    probe.HoldName();
+    NameLookupThread::AddReceiver(first.receiver);
+    NameLookupThread::AddReceiver(slow.receiver);
+    EXPECT_TRUE(gets_its_name(first, name));
+    Sleep(200); // the next one is taken at once
+    const auto off = std::async(std::launch::async, [] { setting()->SetValue(false); });
+    EXPECT_EQ(off.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    const auto on = std::async(std::launch::async, [] { setting()->SetValue(true); });
+    EXPECT_EQ(on.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    probe.LetNameGo();
+    off.wait();
+    log.All();
+    EXPECT_EQ(log.Count(STARTED), 1);
+    EXPECT_EQ(log.Count(STOPPED), 1);
+}
+
 TEST_F(NameLookup, WhoWaitsInTheQueueIsGoneForItsPlayerAllTheSame) {
     setting()->SetValue(true);
     NameLookupThread::Init();
