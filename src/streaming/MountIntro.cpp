@@ -28,6 +28,7 @@ bool Mount::SetIntroFile(const std::string& path) {
     while (intro->FillBuffer() == PacketBuffer::FILL_PACKET) {
     }
     if (intro->GetBufferSize() == 0) return false;
+    intro->SetReader(std::make_shared<MediaReader>()); // closes the file
     std::shared_ptr<PacketBuffer> former = intro;
     spin_guard guard(buffers_lock);
     if (has_intro)

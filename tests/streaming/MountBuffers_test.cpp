@@ -12,6 +12,7 @@
 #include "support/Sections.h"
 #include "support/TemporaryDirectory.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace {
@@ -104,6 +105,44 @@ TEST_F(MountBuffers, AnIntroWithoutAFrameIsNone) {
     directory.Write("a.mp3", std::string(1001, 'x'));
     EXPECT_FALSE(mount->SetIntroFile(directory.Path("a.mp3")));
     EXPECT_EQ(first(), nullptr);
+}
+
+TEST_F(MountBuffers, AnIntroThatIsCutOffEndsWithItsLastWholeFrame) {
+    directory.Write("types", "audio/mpeg mp3\n");
+    Config::Get("MimeFile", true)->SetValue(directory.Path("types"));
+    ASSERT_TRUE(MimeTypes::Init());
+    const std::string mp3 = frames::mp3();
+    directory.Write("a.mp3", mp3 + mp3 + mp3 + mp3.substr(0, 200));
+    ASSERT_TRUE(mount->SetIntroFile(directory.Path("a.mp3")));
+    EXPECT_EQ(first()->GetBufferSize(), 3 * mp3.size());
+}
+
+TEST_F(MountBuffers, AnEmptyFileOrADirectoryIsNoIntroAndLeavesTheFormerOne) {
+    ASSERT_TRUE(mount->SetIntroFile(intro('i')));
+    const auto before = first();
+    directory.Write("empty", "");
+    EXPECT_FALSE(mount->SetIntroFile(directory.Path("empty")));
+    EXPECT_FALSE(mount->SetIntroFile(directory.Path("")));
+    EXPECT_EQ(first(), before);
+}
+
+TEST_F(MountBuffers, AFileThatIsWrittenAnewIsHeardWhenItIsSetAnew) {
+    const auto plays = [this] { return first()->GetBufferSnapShot().front()->data.front(); };
+    directory.Write("intro", std::string(1001, 'i'));
+    ASSERT_TRUE(mount->SetIntroFile(directory.Path("intro")));
+    directory.Write("intro", std::string(1001, 'j'));
+    EXPECT_EQ(plays(), 'i');
+    ASSERT_TRUE(mount->SetIntroFile(directory.Path("intro")));
+    EXPECT_EQ(plays(), 'j');
+}
+
+TEST_F(MountBuffers, TheFileOfAnIntroIsClosedOnceItIsRead) {
+    const std::string path = intro('i');
+    ASSERT_TRUE(mount->SetIntroFile(path));
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone; // as the iterator's own descriptor is by then
+        EXPECT_NE(std::filesystem::read_symlink(entry, gone), path);
+    }
 }
 
 TEST_F(MountBuffers, AnEmptyPathChangesNothing) {
