@@ -118,6 +118,7 @@ private:
     bool refused_without_source() REQUIRES(process_lock);
     bool refused_by_admission() REQUIRES(process_lock);
     void continue_admission() REQUIRES(process_lock);
+    void choose_played_mount() REQUIRES(process_lock);
     void start_listening() REQUIRES(process_lock);
     bool is_reserved() const REQUIRES(process_lock);
     void continue_page() REQUIRES(process_lock);

@@ -197,14 +197,8 @@ bool Receiver::taken_as_source() {
     return true;
 }
 
-// Without a source of its own a mount has its connected fallback played; admission and figures stay
-// with the mount asked for.
 bool Receiver::refused_without_source() {
-    std::shared_ptr<Mount> played = mount_to_play(mount);
-    if (played) {
-        if (played != mount) set_mounts(std::move(played), mount);
-        return false;
-    }
+    if (mount_to_play(mount)) return false;
     if (request->GetPreferredProtocol() == Request::PROTOCOL_ICY) {
         Response& answer = start_answer(401, "No Source");
         answer.SetProtocol(Response::ICY, 1.0F);
@@ -220,11 +214,11 @@ bool Receiver::refused_without_source() {
     return true;
 }
 
-// The mount asked for admits, also when its fallback is played. Another server may have to be
+// The mount asked for admits, also when its fallback is to be played. Another server may have to be
 // asked, and then nothing is decided yet.
 bool Receiver::refused_by_admission() {
     if (!inquiry) vip = is_reserved();
-    const Admission admission = GetMount()->RegisterReceiver(getptr(), inquiry);
+    const Admission admission = mount->RegisterReceiver(getptr(), inquiry);
     if (admission.status == Admission::PENDING) {
         become(RUNNING);
         return true;
@@ -248,8 +242,17 @@ void Receiver::continue_admission() {
         start_listening();
 }
 
+// Without a source of its own a mount has its connected fallback played; admission and figures stay
+// with the mount asked for. Sources may have come and gone while another server was asked, so that
+// only now it is told which of the two it is.
+void Receiver::choose_played_mount() {
+    std::shared_ptr<Mount> played = mount_to_play(mount);
+    if (played && played != mount) set_mounts(std::move(played), mount);
+}
+
 void Receiver::start_listening() {
     NameLookupThread::AddReceiver(getptr());
+    choose_played_mount();
     ListenerOutput output =
         open_listener_output(request, *mount, admission_status == Admission::ADMITTED_AS_FLV);
     assign(response, std::move(output.response));
@@ -265,7 +268,7 @@ void Receiver::start_listening() {
 bool Receiver::is_reserved() const {
     const std::shared_ptr<User> reserve = UserList::GetReserveUser();
     return reserve->HasProperty(User::EVERY_MOUNT, request, false) ||
-           reserve->HasProperty(GetMount()->GetID(), request, false);
+           reserve->HasProperty(mount->GetID(), request, false);
 }
 
 // What was asked for by whom, as refusals are logged.

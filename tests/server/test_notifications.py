@@ -9,8 +9,7 @@ import time
 import pytest
 
 from harness.application import NO, YES, Application
-from harness.client import basic, fetch
-from harness.listener import Listener
+from harness.client import Connection, basic, fetch
 from harness.media import NUMBER
 from harness.server import PATIENCE, mount
 from harness.source import HttpSource
@@ -127,6 +126,31 @@ def test_application_is_asked_before_places_are_counted(start_server, applicatio
         application.wait_call("listener_add")
 
 
+def test_mount_or_its_fallback_is_chosen_when_the_answer_is_in(start_server, application):
+    answers = threading.Event()
+
+    def think(connection, _):
+        answers.wait(PATIENCE)
+        connection.sendall(YES)
+    application.answer = think
+    server = start_server([*asking(application, Backup="/spare"), *mount("/spare", 2, User="spare")])
+    with HttpSource(server, "/spare", user="spare", headers={"icy-name": "Spare"}):
+        server.wait_source()
+        with Knock(server) as listener:
+            application.wait_call("listener_add")
+            with HttpSource(server, "/live", headers={"icy-name": "Live"}):
+                server.wait_source(2)
+                answers.set()
+                assert listener.receive_head().get("icy-name") == "Live"
+                answers.clear()
+                other = Knock(server)
+                application.wait_call("listener_add", 2)
+            with other:
+                server.wait_log("> Source Disconnected")
+                answers.set()
+                assert other.receive_head().get("icy-name") == "Spare"
+
+
 # ---- applications that are odd -----------------------------------------------------------------------------------------
 
 def bytes_one_by_one(connection, _):
@@ -212,15 +236,12 @@ def test_stop_while_listeners_are_asked_about(start_server, application):
             ear.close()
 
 
-class Knock:
+class Knock(Connection):
     """A listener that has asked and not been answered."""
 
     def __init__(self, server):
-        self.socket = socket.create_connection((server.host, server.port))
-        self.socket.sendall(b"GET /live HTTP/1.0\r\n\r\n")
-
-    def close(self):
-        self.socket.close()
+        super().__init__(server.port, server.host)
+        self.send("GET /live HTTP/1.0\r\n\r\n")
 
 
 def test_source_is_heard_while_the_application_is_silent(start_server, application):

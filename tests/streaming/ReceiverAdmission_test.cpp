@@ -7,6 +7,7 @@
 #include "support/ReceiverProbe.h"
 
 #include <gtest/gtest.h>
+#include <list>
 
 namespace {
 
@@ -159,6 +160,138 @@ TEST_F(ReceiverAdmission, ASourceThatGoesMeanwhileIsWaitedForLikeAnyOther) {
     slices_until(visitor, [&] { return air.mount->ReceiverSize() == 1; });
     visitor.Slice();
     EXPECT_EQ(visitor.receiver->Status(), 1);
+}
+
+TEST_F(ReceiverAdmission, AMountThatIsRemovedMeanwhileKeepsNobody) {
+    Visitor visitor;
+    const TakenCall call = knock(visitor);
+    MountList::Remove(air.mount);
+    call.Send(YES);
+    slices_until(visitor, [&] { return air.mount->ReceiverSize() == 1; });
+    Clock::Advance(31); // the time that a listener without a source has
+    visitor.Slice(3);
+    EXPECT_EQ(visitor.receiver->Status(), 3);
+    EXPECT_TRUE(visitor.Hear().starts_with("HTTP/1.0 200 OK\r\n"));
+    EXPECT_TRUE(visitor.IsClosed());
+    EXPECT_EQ(air.mount->ReceiverSize(), 0U);
+    EXPECT_EQ(MountList::TotalReceivers(), 0U);
+}
+
+TEST_F(ReceiverAdmission, WhoIsAskedAboutStaysSoWhenNobodyIsToBeAskedAnyMore) {
+    Visitor visitor;
+    const TakenCall call = knock(visitor);
+    air.mount->GetConfigNode()->GetChild("NotifyListenerAdd", true)->SetValue("");
+    call.Send(NO);
+    slices_until(visitor, [&] { return visitor.receiver->Status() == 3; });
+    EXPECT_TRUE(visitor.Hear().starts_with("HTTP/1.0 451 "));
+}
+
+TEST_F(ReceiverAdmission, AMountThatOpensMeanwhileTakesAnyAnswer) {
+    Visitor visitor;
+    const TakenCall call = knock(visitor);
+    air.mount->GetConfigNode()->GetChild("Auth", true)->SetValue("");
+    call.Send(NO);
+    slices_until(visitor, [&] { return air.mount->ReceiverSize() == 1; });
+}
+
+TEST_F(ReceiverAdmission, OfManyWhoWaitThoseWhoAreKickedGoAndTheOthersListen) {
+    std::list<Visitor> kicked(15);
+    std::list<Visitor> others(15);
+    std::list<TakenCall> calls;
+    for (auto* group : {&kicked, &others})
+        for (Visitor& visitor : *group)
+            calls.push_back(knock(visitor));
+    for (Visitor& visitor : kicked)
+        visitor.receiver->Kick();
+    for (const TakenCall& call : calls)
+        call.Send(YES);
+    for (Visitor& visitor : kicked) {
+        visitor.Slice();
+        EXPECT_EQ(visitor.receiver->Status(), 3);
+    }
+    EXPECT_TRUE(comes_true([&] {
+        for (Visitor& visitor : others)
+            visitor.Slice();
+        return air.mount->ReceiverSize() == 15;
+    }));
+    const int left = logged("Connection Closed"); // of the kicked, whose answer was in already
+    EXPECT_EQ(logged("Connection Opened"), 15 + left);
+    EXPECT_EQ(logged("not registered"), 0);
+}
+
+// ---- Fallbacks ----------------------------------------------------------------------------------
+
+struct AdmissionToFallback : ReceiverAdmission {
+    OnAir spare{"/spare", 2};
+    Visitor visitor;
+
+    AdmissionToFallback() {
+        air.mount->GetConfigNode()->GetChild("Backup", true)->SetValue("/spare");
+        spare.Connect("application/spare");
+        spare.FeedAndDeliver('s');
+    }
+    // Lets the listener in, who may have a slice or two as one.
+    std::string heard_after(const TakenCall& call) {
+        call.Send(YES);
+        slices_until(visitor, [&] { return air.mount->ReceiverSize() == 1; });
+        visitor.Slice(2);
+        EXPECT_EQ(visitor.receiver->GetMount(), air.mount);
+        EXPECT_EQ(spare.mount->ReceiverSize(), 0U);
+        return visitor.Hear();
+    }
+};
+
+TEST_F(AdmissionToFallback, TheFallbackIsPlayedWhenTheAnswerIsIn) {
+    air.Disconnect();
+    const TakenCall call = knock(visitor);
+    EXPECT_EQ(visitor.receiver->ActiveMount(), "");
+    const std::string heard = heard_after(call);
+    EXPECT_NE(heard.find("application/spare"), std::string::npos);
+    EXPECT_TRUE(heard.ends_with(std::string(OnAir::PACKET, 's')));
+    EXPECT_EQ(visitor.receiver->ActiveMount(), "/spare");
+}
+
+TEST_F(AdmissionToFallback, ASourceThatComesBackMeanwhileIsHeardFromTheHeadOn) {
+    air.Disconnect();
+    const TakenCall call = knock(visitor);
+    air.Connect();
+    air.FeedAndDeliver('b');
+    const std::string heard = heard_after(call);
+    EXPECT_NE(heard.find("application/test"), std::string::npos);
+    EXPECT_EQ(heard.find("application/spare"), std::string::npos);
+    EXPECT_TRUE(heard.ends_with(std::string(OnAir::PACKET, 'b')));
+    EXPECT_EQ(visitor.receiver->ActiveMount(), "");
+}
+
+TEST_F(AdmissionToFallback, ASourceThatGoesMeanwhileGivesWayToTheFallbackFromTheHeadOn) {
+    const TakenCall call = knock(visitor);
+    air.Disconnect();
+    const std::string heard = heard_after(call);
+    EXPECT_NE(heard.find("application/spare"), std::string::npos);
+    EXPECT_EQ(heard.find("application/test"), std::string::npos);
+    EXPECT_TRUE(heard.ends_with(std::string(OnAir::PACKET, 's')));
+    EXPECT_EQ(visitor.receiver->ActiveMount(), "/spare");
+}
+
+TEST_F(AdmissionToFallback, AFallbackThatGoesMeanwhileIsWaitedForLikeAnyOther) {
+    air.Disconnect();
+    const TakenCall call = knock(visitor);
+    spare.Disconnect();
+    heard_after(call);
+    EXPECT_EQ(visitor.receiver->Status(), 1);
+    EXPECT_EQ(visitor.receiver->ActiveMount(), "");
+    spare.Connect("application/spare");
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->ActiveMount(), "/spare");
+}
+
+TEST_F(AdmissionToFallback, AKickLeavesNeitherOfTheTwoWithAListener) {
+    air.Disconnect();
+    const TakenCall call = knock(visitor);
+    visitor.receiver->Kick();
+    visitor.Slice();
+    EXPECT_EQ(visitor.receiver->Status(), 3);
+    EXPECT_EQ(logged("not registered"), 0);
 }
 
 // ---- Moves --------------------------------------------------------------------------------------
