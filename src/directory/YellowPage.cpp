@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <limits>
 #include <utility>
 
@@ -96,6 +97,7 @@ bool YellowPage::HoldsUpStop() const {
 
 void YellowPage::SignalStop() {
     spin_guard guard(lock);
+    stop_started = now();
     stop_requested = true;
     remove_requested = true;
 }
@@ -113,12 +115,20 @@ ThreadPool::Priority YellowPage::Poll(long long) {
 void YellowPage::Process() {
     std::shared_ptr<Mount> released; // when the lock is: the page may have been its last holder
     spin_guard guard(lock);
+    try {
+        if (!has_finished()) advance();
+        if (has_finished()) released = finish();
+    } catch (const std::exception& fault) {
+        released = break_off(fault.what());
+    }
+    busy = false;
+}
+
+void YellowPage::advance() {
     if (pending != Exchange::NONE)
         go_on();
     else
         begin(due());
-    if (has_finished()) released = finish();
-    busy = false;
 }
 
 YellowPage::Exchange YellowPage::due() const {
@@ -150,7 +160,16 @@ void YellowPage::go_on() {
     const int result = step();
     if (result == 1) return judge();
     if (result != IO_AGAIN) return fail(words().connection_failed, "Error: Connection Failed");
-    if (difftime(now(), started) > socket_timeout()) time_out();
+    if (is_overdue()) time_out();
+}
+
+bool YellowPage::is_overdue() const {
+    return difftime(now(), started) > socket_timeout() || outstays_pool();
+}
+
+// All that a page still does once the pool stops has the time of one exchange.
+bool YellowPage::outstays_pool() const {
+    return stop_requested && difftime(now(), stop_started) > socket_timeout();
 }
 
 // What arrives of a body that breaks off counts.
@@ -227,22 +246,35 @@ void YellowPage::end_listing() {
     touch_errors = 0;
 }
 
-// Once the pool stops, a directory gets one more chance than the first.
+// A stopping pool is not kept waiting by a directory that has been silent twice, or for too long.
 bool YellowPage::has_finished() const {
-    if (!enrolled || !remove_requested || pending != Exchange::NONE) return false;
-    if (!listed) return true;
-    return (restart_wanted && remove_timeouts > 0) || (stop_requested && remove_timeouts > 1);
+    if (!enrolled || !remove_requested) return false;
+    if (stop_requested && remove_timeouts > 1) return true;
+    if (pending != Exchange::NONE) return false;
+    return !listed || (restart_wanted && remove_timeouts > 0) || outstays_pool();
 }
 
 // Leaves the pool, or starts anew. Gives back the mount that it held.
 std::shared_ptr<Mount> YellowPage::finish() {
-    if (restart_wanted && !stop_requested) {
-        reset();
-        return nullptr;
-    }
-    enrolled = false;
-    ThreadPool::Remove(shared_from_this());
+    if (!restart_wanted || stop_requested) return leave();
+    reset();
+    return nullptr;
+}
+
+std::shared_ptr<Mount> YellowPage::leave() {
+    pending = Exchange::NONE;
+    request.reset();
+    if (std::exchange(enrolled, false)) ThreadPool::Remove(shared_from_this());
     return std::exchange(mount, nullptr);
+}
+
+// What fails in a way that nobody foresaw ends this listing, never the server.
+std::shared_ptr<Mount> YellowPage::break_off(const std::string& fault) {
+    LogWrite(2) << "Listing on " << log_text(address_text)
+                << " ended by an error: " << log_text(fault) << std::endl;
+    status = "Error: " + fault;
+    end_listing();
+    return leave();
 }
 
 void YellowPage::log(const std::string& words) const {

@@ -102,10 +102,13 @@ protected:
 
 private:
     void reset() REQUIRES(lock);
+    void advance() REQUIRES(lock);
     Exchange due() const REQUIRES(lock);
     void begin(Exchange next) REQUIRES(lock);
     void go_on() REQUIRES(lock);
     int step() REQUIRES(lock);
+    bool is_overdue() const REQUIRES(lock);
+    bool outstays_pool() const REQUIRES(lock);
     void judge() REQUIRES(lock);
     void accept(const Answer& answer) REQUIRES(lock);
     void refuse(const Answer& answer) REQUIRES(lock);
@@ -115,6 +118,8 @@ private:
     void end_listing() REQUIRES(lock);
     bool has_finished() const REQUIRES(lock);
     std::shared_ptr<Mount> finish() REQUIRES(lock);
+    std::shared_ptr<Mount> leave() REQUIRES(lock);
+    std::shared_ptr<Mount> break_off(const std::string& fault) REQUIRES(lock);
 
     static constexpr int FIRST_INTERVAL = 300;
     static constexpr std::int32_t LONGEST_INTERVAL = 86400;
@@ -125,8 +130,9 @@ private:
     std::atomic<std::int32_t> interval{FIRST_INTERVAL};
     std::atomic<bool> stop_requested{false}; // the pool is going down
     std::atomic<bool> remove_requested{false};
-    std::atomic<bool> busy{true}; // queued or at work: the pool does not queue it twice
-    time_t started GUARDED_BY(lock) = 0;
+    std::atomic<bool> busy{true};             // queued or at work: the pool does not queue it twice
+    time_t started GUARDED_BY(lock) = 0;      // the exchange under way
+    time_t stop_started GUARDED_BY(lock) = 0; // of the pool
     Exchange pending GUARDED_BY(lock) = Exchange::NONE;
     std::shared_ptr<Request> request GUARDED_BY(lock); // of the exchange under way
     int remove_timeouts GUARDED_BY(lock) = 0;

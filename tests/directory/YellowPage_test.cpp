@@ -1,13 +1,37 @@
 #include "directory/YellowPage.h"
 
 #include "directory/IcecastYP.h"
+#include "directory/Publication.h"
 #include "http/Request.h"
 #include "support/Directory.h"
+
+#include <stdexcept>
 
 namespace {
 
 const std::string ADDED = "HTTP/1.0 200 OK\r\nYPResponse: 1\r\nSID: 7\r\nTouchFreq: 300\r\n\r\n";
 const std::string YES = "HTTP/1.0 200 OK\r\nYPResponse: 1\r\n\r\n";
+
+// A kind that meets what nobody foresaw.
+class BrokenPage final : public YellowPage {
+public:
+    using YellowPage::YellowPage;
+
+private:
+    const Words& words() const override {
+        static constexpr Words NONE{};
+        return NONE;
+    }
+    std::string log_head() const override { return {}; }
+    std::shared_ptr<Request> make_request(Exchange) override {
+        throw std::length_error("too\nlong");
+    }
+    bool answers_in_body() const override { return false; }
+    Answer read_answer(const Request&) const override { return {}; }
+    void added(const Answer&) override {}
+    void touched(const Answer&) override {}
+    void removed(const Answer&) override {}
+};
 
 struct YellowPageTest : DirectoryTest {
     YellowPageTest() : DirectoryTest({{"Public", "always"}}) {
@@ -120,13 +144,99 @@ TEST_F(YellowPageTest, RemoveThatTimesOutIsTriedAgainAndHoldsUpNoStop) {
     EXPECT_FALSE(page->Listed());
 }
 
-TEST_F(YellowPageTest, StoppingPoolIsLeftAfterTheSecondRemoveThatTimesOut) {
+TEST_F(YellowPageTest, StoppingPoolWaitsForOneTimeoutOfASilentDirectory) {
     touch();
     page->SignalStop();
-    exchange_without_answer();
-    exchange_without_answer();
+    const TakenCall call = called();
+    EXPECT_EQ(body_of(sent), "action=remove&sid=7");
+    Clock::Advance(5);
+    page->Process();
+    EXPECT_NE(page->Status(), "Error: Connection Timed Out");
+    Clock::Advance(1);
+    page->Process();
+    EXPECT_EQ(page->Status(), "Error: Connection Timed Out");
     EXPECT_TRUE(page->Listed());
     EXPECT_TRUE(rests());
+}
+
+TEST_F(YellowPageTest, StoppingPoolIsLeftAfterTheSecondRemoveThatTimesOut) {
+    touch();
+    page->Remove();
+    exchange_without_answer();
+    const TakenCall call = called();
+    Clock::Advance(3);
+    page->SignalStop();
+    Clock::Advance(3);
+    page->Process();
+    EXPECT_TRUE(page->Listed());
+    EXPECT_TRUE(rests());
+}
+
+TEST_F(YellowPageTest, StoppingPoolIsLeftAtOnceWhereTwoRemovesHaveTimedOut) {
+    touch();
+    page->Remove();
+    exchange_without_answer();
+    exchange_without_answer();
+    page->SignalStop();
+    EXPECT_TRUE(rests());
+}
+
+TEST_F(YellowPageTest, TouchThatTimesOutLeavesTheRemoveTheRestOfTheStop) {
+    touch();
+    Clock::Advance(301);
+    const TakenCall unanswered = called();
+    Clock::Advance(4);
+    page->SignalStop();
+    Clock::Advance(2);
+    page->Process();
+    const TakenCall call = called();
+    EXPECT_EQ(body_of(sent), "action=remove&sid=7");
+    Clock::Advance(4);
+    page->Process();
+    EXPECT_TRUE(page->Listed());
+    EXPECT_TRUE(rests());
+}
+
+TEST_F(YellowPageTest, AddThatTimesOutEndsTheStop) {
+    const TakenCall call = called();
+    page->SignalStop();
+    EXPECT_TRUE(rests());
+    Clock::Advance(6);
+    page->Process();
+    EXPECT_EQ(page->Status(), "Error: Connection Timed Out");
+    EXPECT_TRUE(rests());
+}
+
+TEST_F(YellowPageTest, MountThatStopsBesideAnAddIsAddedBeforeItIsRemoved) {
+    const auto publication = mount()->GetPublication();
+    comes_true([&] { return publication->IsRunning(); });
+    publication->AddAddress(directory.Address());
+    page = publication->GetPublicationDetails().front().second;
+    const TakenCall call = called();
+    station.Disconnect();
+    call.Send(ADDED);
+    page->Process();
+    EXPECT_TRUE(page->Listed());
+    exchange(YES);
+    EXPECT_EQ(body_of(sent), "action=remove&sid=7");
+    EXPECT_FALSE(page->Listed());
+    EXPECT_TRUE(rests());
+}
+
+TEST_F(YellowPageTest, FailureThatNobodyForesawEndsThisListingAlone) {
+    const long holders = mount().use_count();
+    const auto broken = std::make_shared<BrokenPage>(nullptr, "http://yp.example/");
+    broken->Start(mount());
+    broken->Process();
+    log.All();
+    EXPECT_EQ(log.Count("Listing on http://yp.example/ ended by an error: too long"), 1);
+    EXPECT_FALSE(broken->Listed());
+    EXPECT_EQ(mount().use_count(), holders);
+    broken->Process(); // has left, and tries nothing more
+    log.All();
+    EXPECT_EQ(log.Count("ended by an error"), 1);
+    touch();
+    EXPECT_TRUE(page->Listed());
 }
 
 TEST_F(YellowPageTest, StartOfOneThatLeavesListsItAnew) {
