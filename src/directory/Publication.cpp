@@ -40,13 +40,15 @@ double longest_stop() { return Config::Get("SocketTimeout", false)->GetValue(5) 
 Publication::Publication(std::string of_mount) : mount_address(std::move(of_mount)) {}
 
 void Publication::SetMount(const std::shared_ptr<Mount>& listed_mount) {
-    spin_guard guard(lock);
-    if (running && !stopping) {
-        LogWrite(2) << "Error: Cannot change Publication Mount while its running" << std::endl;
-        return;
+    {
+        spin_guard guard(lock);
+        if (running && !stopping) {
+            LogWrite(2) << "Error: Cannot change Publication Mount while its running" << std::endl;
+            return;
+        }
+        mount = listed_mount;
     }
-    mount = listed_mount;
-    for (const auto& [address, page] : pages)
+    for (const auto& [address, page] : all_pages())
         page->SetMount(listed_mount);
 }
 
@@ -69,7 +71,9 @@ void Publication::AddAddress(const std::string& address) {
         }
         pages.emplace_back(address, page);
     }
-    if (listed_mount) page->Start(listed_mount);
+    if (!listed_mount) return;
+    page->Start(listed_mount);
+    if (!runs(page)) page->Remove(); // whoever meant to end it came too early for that
 }
 
 void Publication::RemoveAddress(const std::string& address) {
@@ -103,6 +107,7 @@ void Publication::Start() {
     }
     for (const auto& [address, page] : all_pages())
         page->Start(listed_mount);
+    if (!IsRunning()) SignalStop(); // a stop that came meanwhile may have passed pages by
 }
 
 void Publication::SignalStop() {
@@ -114,21 +119,26 @@ void Publication::SignalStop() {
         page->Remove();
 }
 
-void Publication::WaitForStop() {
+void Publication::WaitForStop(const std::function<bool()>& leaves_early) {
     const time_t since = now();
-    SignalStop();
-    while (!ends(since)) {
-        Sleep(LOOK_MS);
-        if (IsRunning()) SignalStop(); // a setting that changed meanwhile has started it again
-    }
+    do {
+        SignalStop();
+        while (holds_up_stop(since) && !leaves_early())
+            Sleep(LOOK_MS);
+    } while (!end());
 }
 
 // One look of a stop that began at this moment.
-bool Publication::ends(time_t since) {
+bool Publication::holds_up_stop(time_t since) const {
     const bool waited_enough = difftime(now(), since) > longest_stop();
-    if (!waited_enough && any_holds_up_stop(all_pages())) return false;
+    return !waited_enough && !IsRunning() && any_holds_up_stop(all_pages());
+}
+
+// False when a setting that changed meanwhile has started it again.
+bool Publication::end() {
     std::shared_ptr<Mount> released;
     spin_guard guard(lock);
+    if (running && !stopping) return false;
     running = false;
     mount.swap(released);
     return true;
@@ -150,6 +160,13 @@ Publication::Pages Publication::GetPublicationDetails() const {
     Pages all = shown ? all_pages() : Pages();
     if (ending && !any_holds_up_stop(all)) all.clear();
     return all;
+}
+
+bool Publication::runs(const std::shared_ptr<YellowPage>& page) const {
+    spin_guard guard(lock);
+    const bool is_in = std::any_of(pages.begin(), pages.end(),
+                                   [&page](const auto& entry) { return entry.second == page; });
+    return is_in && running && !stopping;
 }
 
 Publication::Pages Publication::all_pages() const {

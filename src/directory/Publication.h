@@ -3,6 +3,7 @@
 #include "core/spinlock.h"
 
 #include <ctime>
+#include <functional>
 #include <list>
 #include <memory>
 #include <string>
@@ -33,9 +34,10 @@ public:
     // Asks all pages to end their listings.
     void SignalStop() EXCLUDES(lock);
     // The same, and returns when they have. A directory that keeps silent is waited for no longer
-    // than one exchange may take; its page goes on by itself. Not from the pool, which does the
-    // work.
-    void WaitForStop() EXCLUDES(lock);
+    // than one exchange may take, and none once `leaves_early` holds; its page goes on by itself.
+    // Not from the pool, which does the work.
+    void WaitForStop(const std::function<bool()>& leaves_early = [] { return false; })
+        EXCLUDES(lock);
     // Whether it was started and not asked to stop.
     bool IsRunning() const EXCLUDES(lock);
     // Empty unless it was started and has something listed, or is to have.
@@ -43,7 +45,9 @@ public:
 
 private:
     Pages all_pages() const EXCLUDES(lock);
-    bool ends(time_t since) EXCLUDES(lock);
+    bool runs(const std::shared_ptr<YellowPage>& page) const EXCLUDES(lock);
+    bool holds_up_stop(time_t since) const EXCLUDES(lock);
+    bool end() EXCLUDES(lock);
 
     const std::string mount_address;
     mutable spinlock lock;

@@ -260,6 +260,7 @@ private:
     void follow_metadata(const PacketBuffer& buffer);
     void log_end(int result, int error);
     void end_session();
+    bool next_source_waits() const EXCLUDES(settings_lock);
     void drop_request(const std::shared_ptr<Request>& only) EXCLUDES(settings_lock);
     void close_down();
     void rest();

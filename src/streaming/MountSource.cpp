@@ -203,20 +203,25 @@ void Mount::log_end(int result, int error) {
     line << "(A: " << session.stream << ")" << std::endl;
 }
 
-// Undoes what the session did so far. Listeners, packets and the reader stay.
+// Undoes what the session did so far. Listeners, packets and the reader stay. Sources are let in
+// and listeners find their fallback before the directories are waited for: these may be slow.
 void Mount::end_session() {
     if (session.request) drop_request(session.request);
     if (connected) tell_source_left();
     if (session.socket) session.socket->Close();
     source_socket.store(nullptr);
     if (connected) {
-        publication->WaitForStop();
+        stop_publication();
         MountList::IncTotalActiveMounts(-1);
         reset();
+        publication->WaitForStop([this] { return stop || next_source_waits(); });
     }
     const bool was_relay = session.is_relay;
     session = {.is_relay = was_relay}; // which the rest depends on
 }
+
+// Whether somebody else is to be heard here, who need not wait for what the last one leaves behind.
+bool Mount::next_source_waits() const { return !is_relay() && GetRequest() != nullptr; }
 
 // Lets go of the stored request; with `only`, unless it is another one by now.
 void Mount::drop_request(const std::shared_ptr<Request>& only) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <gmock/gmock.h>
+#include <utility>
 
 namespace {
 
@@ -163,6 +164,40 @@ TEST_F(PublicationTest, StopDoesNotWaitForAPoolThatDoesNotWork) {
     Clock::Advance(7);
     waiting.join();
     EXPECT_TRUE(page->Listed());
+}
+
+TEST_F(PublicationTest, StopIsNotWaitedForByWhoHasOtherThingsToDo) {
+    start_listed();
+    publication->WaitForStop([] { return true; });
+    EXPECT_FALSE(publication->IsRunning());
+    EXPECT_THAT(addresses(), ElementsAre());
+    exchange(YES);
+    EXPECT_EQ(body_of(sent), "action=remove&sid=7");
+    EXPECT_FALSE(page->Listed());
+}
+
+TEST_F(PublicationTest, StartBehindAStopThatWasNotWaitedForListsAnewBehindTheRemove) {
+    start_listed();
+    publication->WaitForStop([] { return true; });
+    start();
+    exchange(YES);
+    EXPECT_EQ(body_of(sent), "action=remove&sid=7");
+    exchange(ADDED);
+    EXPECT_THAT(body_of(sent), HasSubstr("action=add&"));
+}
+
+TEST_F(PublicationTest, StopGoesOnWhereASettingStartsMeanwhile) {
+    start_listed();
+    bool started = false;
+    publication->WaitForStop([&] {
+        if (!std::exchange(started, true)) start();
+        return true;
+    });
+    EXPECT_FALSE(publication->IsRunning());
+    exchange(YES);
+    EXPECT_FALSE(page->Listed());
+    page->Process();
+    EXPECT_FALSE(directory.IsCalled());
 }
 
 TEST_F(PublicationTest, StopsAtOnceWithNothingListed) {

@@ -29,6 +29,7 @@ struct MountPublication : DirectoryTest {
     }
     // Listed on the test's directory, with nothing under way.
     void list() {
+        comes_true([this] { return is_published(); });
         Set(section(), "Directory", directory.Address());
         page = mount()->GetPublication()->GetPublicationDetails().front().second;
         exchange(ADDED);
@@ -146,17 +147,43 @@ TEST_F(MountPublication, SettingsChangeWithoutWaitingForADirectory) {
     EXPECT_THAT(body_of(sent), HasSubstr("action=add&sn=x&"));
 }
 
-TEST_F(MountPublication, SourceThatLeavesIsRemovedBeforeTheMountIsFree) {
+TEST_F(MountPublication, SourceThatLeavesFreesTheMountBeforeItIsRemoved) {
     list();
-    std::thread leaving([this] { station.Disconnect(); });
-    comes_true([this] { return !is_published(); });
+    station.Disconnect();
     const TakenCall call = called();
     EXPECT_EQ(body_of(sent), "action=remove&sid=7");
-    EXPECT_TRUE(mount()->IsConnected());
+    EXPECT_FALSE(mount()->IsConnected());
+    EXPECT_TRUE(page->Listed());
     call.Send(YES);
     page->Process();
-    leaving.join();
-    EXPECT_FALSE(mount()->IsConnected());
+    EXPECT_FALSE(page->Listed());
+}
+
+TEST_F(MountPublication, NextSourceIsTakenWhileTheRemovalIsUnderWay) {
+    list();
+    station.Disconnect();
+    const TakenCall call = called();
+    EXPECT_EQ(body_of(sent), "action=remove&sid=7");
+    station.Connect("audio/mpeg", "icy-name: Next\r\n");
+    EXPECT_TRUE(comes_true([this] { return is_published(); }));
+    EXPECT_EQ(mount()->Name(), "Next");
+    EXPECT_TRUE(page->Listed());
+    call.Send(YES);
+    page->Process();
+    exchange(ADDED);
+    EXPECT_THAT(body_of(sent), HasSubstr("action=add&sn=Next&"));
+}
+
+TEST_F(MountPublication, MountEndsWhileTheRemovalIsUnderWay) {
+    list();
+    station.Disconnect();
+    const TakenCall call = called();
+    mount()->WaitForStop();
+    EXPECT_FALSE(mount()->IsRunning());
+    EXPECT_TRUE(page->Listed());
+    call.Send(YES);
+    page->Process();
+    EXPECT_FALSE(page->Listed());
 }
 
 } // namespace
