@@ -75,7 +75,7 @@ def unit(preset):
 
 
 def server(preset):
-    build(preset, "quillwave")
+    build(preset, "quillwave", "quillwave_local_directory")
     junit = RESULTS / f"server-{preset}.xml"
     run("/usr/bin/python3", "-m", "pytest", "-q", "-n", str(8 * int(JOBS)), "-p", "no:cacheprovider", f"--junitxml={junit}",
         "tests/server", env={"QUILLWAVE_BIN": str(BUILD / preset / "quillwave")}, check=False)

@@ -11,6 +11,8 @@ flv       FlvReader: tags of the FLV container
 source    Source: an encoder on a thread; IcySource, HttpSource
 listener  Listener: a player; the audio and titles of what a mount sends
 station   a station on the air, and small steps with it
+application, directory  the servers of others that are called, and what odd ones answer
+listing   a station that is listed on directories
 operator  the console words that reload and save
 panel     pages and posted forms of the panel
 markup    Page: a page read back; its rows, figures and buttons

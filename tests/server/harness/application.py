@@ -33,11 +33,13 @@ class Application:
     `delay` is the time to think about each; calls do not wait for each other. As a context: closes at the end.
     """
 
+    kind = Call
+
     def __init__(self, answer=YES, delay=0.0):
         self.answer, self.delay = answer, delay
         self.calls = []
         self._news = threading.Condition()
-        self._socket = socket.create_server(("127.0.0.1", 0), backlog=4096)
+        self._socket = self._listen()
         self.port = self._socket.getsockname()[1]
         self._open = True
         threading.Thread(target=self._accept, daemon=True).start()
@@ -66,6 +68,9 @@ class Application:
         with self._news:
             return [call.action for call in self.calls]
 
+    def _listen(self):
+        return socket.create_server(("127.0.0.1", 0), backlog=4096)
+
     def _accept(self):
         while self._open:
             try:
@@ -79,7 +84,7 @@ class Application:
         with connection:
             connection.settimeout(PATIENCE)
             try:
-                call = read_call(connection)
+                call = read_call(connection, self.kind)
                 with self._news:
                     self.calls.append(call)
                     self._news.notify_all()
@@ -94,7 +99,7 @@ class Application:
                 pass  # the server has left, or never finished
 
 
-def read_call(connection):
+def read_call(connection, kind):
     data = b""
     while b"\r\n\r\n" not in data:
         data += receive(connection)
@@ -102,7 +107,7 @@ def read_call(connection):
     head = Head(head + b"\r\n\r\n")
     while len(body) < int(head.get("content-length", 0)):
         body += receive(connection)
-    return Call(head, body.decode("latin-1"))
+    return kind(head, body.decode("latin-1"))
 
 
 def receive(connection):

@@ -146,6 +146,9 @@ class Server:
 
     # ---- the process ---------------------------------------------------------------------------------------------
 
+    def program(self):
+        return binary()
+
     def start(self, wait=True):
         """Starts the program and, with `wait`, returns once it accepts connections."""
         environment = {**os.environ, **self._environment}
@@ -153,7 +156,7 @@ class Server:
             environment[name] = f"{environment.get(name, default)}:log_path={self.path('sanitizer')}"
         with open(self.path("stdout"), "ab") as out, open(self.path("stderr"), "ab") as err:
             self.process = subprocess.Popen(
-                [binary(), *self.arguments], cwd=self.directory, env=environment, stdout=out, stderr=err,
+                [self.program(), *self.arguments], cwd=self.directory, env=environment, stdout=out, stderr=err,
                 stdin=subprocess.PIPE if self.console else subprocess.DEVNULL)
         self.returncode = None
         if wait:

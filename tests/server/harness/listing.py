@@ -1,0 +1,31 @@
+"""A station that is listed on directories, and what the panel says of them."""
+import contextlib
+
+from .client import basic, fetch
+from .server import ADMIN
+from .source import HttpSource
+from .station import PROPERTIES, frames, status_of
+
+
+@contextlib.contextmanager
+def on_air(server, headers=PROPERTIES, count=1, **options):
+    with HttpSource(server, "/live", headers=headers, **options) as source:
+        server.wait_source(count)
+        source.push(frames(300))
+        yield source
+
+
+def listings(server):
+    """The rows of the panel's list of directories."""
+    answer = fetch(server.port, "/admin/stream/1/publication", headers={"Authorization": basic(*ADMIN)})
+    assert answer.status == 200
+    return answer.text
+
+
+def wait_status(server, words):
+    server.wait_until(lambda: words in listings(server), complaint=f"the list of directories never said {words!r}")
+
+
+def wait_free(server):
+    """Until the mount has let go of its source, and would take another."""
+    server.wait_until(lambda: status_of(server) != 200, complaint="the mount stays connected")
