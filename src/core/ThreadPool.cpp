@@ -98,7 +98,10 @@ void ThreadPool::WaitForStop() {
 void ThreadPool::manage() {
     SetThreadName("ThreadPool Manager");
     while (!stop_signal) {
+        // Before the additions, so that each of these has been added by the time it is taken out.
+        const std::deque<WorkPointer> removals = all_of(work_to_rem);
         take_added();
+        take_out(removals);
         run_cycle();
     }
     stop_all_work();
@@ -111,8 +114,7 @@ void ThreadPool::take_added() {
 }
 
 // Each removal takes out the first entry of its work; one that is not registered is passed over.
-void ThreadPool::take_removed() {
-    const std::deque<WorkPointer> removals = all_of(work_to_rem);
+void ThreadPool::take_out(const std::deque<WorkPointer>& removals) {
     if (removals.empty()) return;
     std::unordered_map<const ThreadPoolWork*, std::size_t> entries_to_go;
     for (const WorkPointer& work : removals)
@@ -127,7 +129,6 @@ void ThreadPool::take_removed() {
 
 void ThreadPool::run_cycle() {
     const Clock::time_point started = Clock::now();
-    take_removed();
     have_list_polled();
     if (keep_duration(started)) sleep_until_stop(started + CYCLE);
 }
@@ -164,8 +165,10 @@ void ThreadPool::stop_all_work() {
     for (const WorkPointer& work : registered)
         work->SignalStop();
     all_of(work_to_add); // never registered: released without a signal
-    while (!registered.empty())
+    while (!registered.empty()) {
+        take_out(all_of(work_to_rem));
         run_cycle();
+    }
 }
 
 void ThreadPool::end_workers() {

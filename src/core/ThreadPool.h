@@ -62,7 +62,7 @@ private:
     // Manager thread.
     static void manage();
     static void take_added();
-    static void take_removed();
+    static void take_out(const std::deque<WorkPointer>& removals);
     static void run_cycle();
     static void have_list_polled();
     static bool keep_duration(Clock::time_point started);

@@ -267,6 +267,31 @@ TEST_F(ThreadPoolTest, RemovalOfAStrangerIsPassedOver) {
     EXPECT_TRUE(eventually([&] { return work->polls >= 3; }));
 }
 
+// The removal may reach the manager ahead of the addition.
+TEST_F(ThreadPoolTest, WorkThatLeavesAsSoonAsItCameIsNotKept) {
+    ThreadPool::Start();
+    const auto witness = added();
+    std::atomic<int> alive{0};
+    std::vector<std::thread> callers;
+    for (int caller = 0; caller < 2; ++caller) {
+        callers.emplace_back([&] {
+            for (int count = 0; witness->polls < 20; ++count) {
+                const std::shared_ptr<CountingWork> work(new CountingWork, [&alive](auto* gone) {
+                    --alive;
+                    delete gone;
+                });
+                ++alive;
+                ThreadPool::Add(work);
+                ThreadPool::Remove(work);
+                if (count % 200 == 0) std::this_thread::sleep_for(1ms);
+            }
+        });
+    }
+    for (std::thread& caller : callers)
+        caller.join();
+    EXPECT_TRUE(eventually([&] { return alive == 0; }));
+}
+
 TEST_F(ThreadPoolTest, StopSignalsEveryWorkAndWaitsUntilAllHaveLeft) {
     ThreadPool::Start();
     const auto work = added();
