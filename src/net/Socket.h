@@ -68,6 +68,8 @@ public:
     void Shutdown() EXCLUDES(info_lock);
 
     bool IsValid() const { return fd != -1; }
+    // For those who wait on several sockets; -1 once closed.
+    int Descriptor() const { return fd; }
     // The last errno seen; reading it clears it.
     int GetLastError();
     void SetLastError(int error) { last_error = error; }

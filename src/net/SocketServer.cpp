@@ -3,6 +3,7 @@
 #include "config/Config.h"
 #include "core/Log.h"
 #include "core/OSTools.h"
+#include "net/ArrivalWatch.h"
 #include "net/Socket.h"
 #include "net/SocketTools.h"
 
@@ -164,6 +165,7 @@ int SocketServer::listening_socket(const addrinfo& address, unsigned short port)
 // True after a stop, false when waiting itself has failed.
 bool SocketServer::accept_until_stopped() {
     std::vector<pollfd> polled = bound;
+    polled.push_back({.fd = ArrivalWatch::Descriptor(), .events = POLLIN, .revents = 0});
     polled.push_back({.fd = stop_event, .events = POLLIN, .revents = 0});
     while (running) {
         const int ready = ppoll(polled.data(), polled.size(), &PASS, nullptr);
@@ -174,6 +176,7 @@ bool SocketServer::accept_until_stopped() {
         }
         if (polled.back().revents != 0) return true;
         accept_one_each(polled);
+        if (polled[bound.size()].revents != 0) ArrivalWatch::Deliver();
     }
     return true;
 }

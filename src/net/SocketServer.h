@@ -11,8 +11,9 @@ class Socket;
 struct addrinfo;
 
 // Binds the ports at the addresses of the setting ServIP and accepts connections, on a thread of
-// its own, "SocketServer Listen". A subclass hears of it through the four private operations, on
-// that thread. One start and one stop: not to be restarted, and stopped before it is destroyed.
+// its own, "SocketServer Listen", which also delivers what ArrivalWatch has noticed. A subclass
+// hears of it through the four private operations, on that thread. One start and one stop: not to
+// be restarted, and stopped before it is destroyed.
 class SocketServer {
 public:
     SocketServer();

@@ -43,10 +43,35 @@ Receiver::~Receiver() = default;
 ThreadPool::Priority Receiver::Poll(long long elapsed) {
     if (!ReceiverList::IsOpen()) return ThreadPool::NOTHING;
     if (page_sleeps(elapsed)) return ThreadPool::NOTHING;
-    if (busy.exchange(true, std::memory_order_acquire)) return ThreadPool::NOTHING;
+    if (!take_turn()) return ThreadPool::NOTHING;
     if (slice_is_due(elapsed)) return priority();
-    busy.store(false, std::memory_order_release);
+    end_turn();
     return ThreadPool::NOTHING;
+}
+
+// A request, or more of one, is read at once. A listener is to say nothing: the slice that finds
+// the socket no longer watched looks what it is.
+void Receiver::OnArrival() {
+    is_watched = false;
+    if (Status() != READING) return;
+    while (!take_turn()) {
+        Turn taken = Turn::TAKEN;
+        if (turn.compare_exchange_strong(taken, Turn::WANTED_AGAIN)) return;
+        if (taken == Turn::WANTED_AGAIN) return;
+    }
+    ThreadPool::AddWork(getptr(), ThreadPool::LOW);
+}
+
+bool Receiver::take_turn() {
+    Turn none = Turn::NONE;
+    return turn.compare_exchange_strong(none, Turn::TAKEN, std::memory_order_acquire);
+}
+
+void Receiver::end_turn() {
+    Turn taken = Turn::TAKEN;
+    if (turn.compare_exchange_strong(taken, Turn::NONE, std::memory_order_release)) return;
+    turn.store(Turn::TAKEN);
+    ThreadPool::AddWork(getptr(), ThreadPool::LOW);
 }
 
 bool Receiver::slice_is_due(long long elapsed) {
@@ -91,15 +116,15 @@ ThreadPool::Priority Receiver::priority() const {
 
 void Receiver::Process() {
     if (!process_lock.try_lock()) {
-        busy.store(false, std::memory_order_release);
+        end_turn();
         return;
     }
-    busy.store(true, std::memory_order_relaxed);
+    turn.store(Turn::TAKEN, std::memory_order_relaxed);
     if (ReceiverList::IsOpen()) serve();
     const bool leaves = left_list;
     process_lock.unlock();
-    // One that has left stays busy, so that a poll that is under way does not queue it again.
-    if (!leaves) busy.store(false, std::memory_order_release);
+    // One that has left keeps its turn, so that a poll that is under way does not queue it again.
+    if (!leaves) end_turn();
 }
 
 // Whatever goes wrong in a slice ends this connection and no other.
@@ -130,6 +155,8 @@ void Receiver::slice() {
 
     const bool was_listener = is_listener();
     if (Status() == RUNNING) run_long_answer();
+    // Read as far as it went, unless another request has come with the last.
+    if (Status() == READING && !kicked) watch_socket();
     if (Status() == FINISHED) return;
     // What a stream wrote last gets one more slice to leave in.
     if (was_listener && Status() == ENDING) return;
@@ -142,8 +169,10 @@ void Receiver::slice() {
 // first, so that this server hears of the leave as it heard of the join.
 bool Receiver::peer_is_gone() {
     if (after_answer != Then::NOTHING || body_ended || inquiry) return false;
+    if (is_listener() && is_watched) return false;
     char byte = 0;
     const int result = socket->Recv(&byte, 1, MSG_PEEK, 0);
+    if (is_listener() && result == IO_AGAIN) watch_socket();
     // What a peer has said behind the request of a waiting page would hide its end for ever.
     const bool closed = result == IO_END || (page_waits && socket->PeerHasClosed());
     if (!closed && result != IO_FAILED) return false;
@@ -151,6 +180,16 @@ bool Receiver::peer_is_gone() {
     LogWrite(2) << peer() << "Receiver disconnected during recv check with empty buffer"
                 << std::endl;
     return true;
+}
+
+void Receiver::watch_socket() {
+    if (is_watched.exchange(true)) return;
+    if (!ArrivalWatch::Watch(*socket, weak_from_this())) is_watched = false;
+}
+
+// Before the socket is closed or becomes somebody else's.
+void Receiver::stop_watching() {
+    if (is_watched.exchange(false)) ArrivalWatch::Forget(*socket);
 }
 
 void Receiver::run_long_answer() {

@@ -4,6 +4,7 @@
 #include "core/ThreadPoolWork.h"
 #include "core/spinlock.h"
 #include "media/PacketBufferListener.h"
+#include "net/ArrivalWatch.h"
 #include "streaming/PacketQueue.h"
 
 #include <atomic>
@@ -34,12 +35,15 @@ struct METADATA;
 // does not hold a process_lock of a listener.
 class Receiver : public PacketBufferListener,
                  public ThreadPoolWork,
+                 public ArrivalListener,
                  public std::enable_shared_from_this<Receiver> {
 public:
     explicit Receiver(std::shared_ptr<Socket> client);
     ~Receiver() override;
 
     void OnNewPacket(const std::shared_ptr<BufferEntry>& packet) override;
+
+    void OnArrival() override;
 
     void SignalStop() override { Kick(); }
     ThreadPool::Priority Poll(long long elapsed) override;
@@ -85,11 +89,15 @@ public:
 
 private:
     friend struct ReceiverProbe; // of the tests, for states that no peer can bring about
+    // A slice is queued or runs, or none is. What arrives meanwhile has it followed by another.
+    enum class Turn : std::uint8_t { NONE, TAKEN, WANTED_AGAIN };
     enum State : int { READING = 0, RUNNING = 1, ENDING = 2, FINISHED = 3 };
     // What follows once the answer that is on its way has left.
     enum class Then : std::uint8_t { NOTHING, NEXT_REQUEST, HAND_OVER };
 
     // Receiver.cpp: the slice.
+    bool take_turn();
+    void end_turn();
     bool slice_is_due(long long elapsed) EXCLUDES(process_lock);
     bool page_sleeps(long long elapsed);
     bool page_has_news() REQUIRES(process_lock);
@@ -97,6 +105,8 @@ private:
     void serve() REQUIRES(process_lock);
     void slice() REQUIRES(process_lock);
     bool peer_is_gone() REQUIRES(process_lock);
+    void watch_socket() REQUIRES(process_lock);
+    void stop_watching() REQUIRES(process_lock);
     void run_long_answer() REQUIRES(process_lock);
     void become(State next) { status.store(next, std::memory_order_release); }
     bool is_listener() const REQUIRES(process_lock);
@@ -174,10 +184,11 @@ private:
     void set_mounts(std::shared_ptr<Mount> next, std::shared_ptr<Mount> origin) EXCLUDES(name_lock);
 
     // What Poll looks at stands together.
-    std::atomic<bool> busy{true}; // queued or running; at first its first slice is queued
+    std::atomic<Turn> turn{Turn::TAKEN}; // for the first slice is queued with the registration
     std::atomic<bool> kicked{false};
-    std::atomic<bool> vip{false}; // a reserved listener
-    bool extended = false;        // counted as one who stayed long
+    std::atomic<bool> vip{false};        // a reserved listener
+    std::atomic<bool> is_watched{false}; // the socket, on which nothing has arrived since
+    bool extended = false;               // counted as one who stayed long
     bool left_list = false;
     bool body_ended = false; // by a teardown, which may take several slices
     bool is_moving = false;  // a listener, to the mount that has been set

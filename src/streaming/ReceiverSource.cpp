@@ -130,6 +130,7 @@ unsigned short Receiver::source_status() const {
 // source leaves at once.
 // Kept: an ICY source leaves with the next slice, by the line that a finished connection logs.
 void Receiver::hand_over() {
+    stop_watching();
     become(FINISHED);
     mount->SetRequest(request);
     if (request->Method() != Request::METHOD_ICY_LOGIN) leave_list();

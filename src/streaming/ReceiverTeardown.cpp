@@ -22,6 +22,7 @@ void Receiver::tear_down() {
     leave_buffer();
     leave_mount();
     if (!farewell_is_sent()) return;
+    stop_watching();
     // Closed here and now: who still holds the request must not keep the player waiting.
     socket->Close();
     socket.reset();

@@ -1,6 +1,5 @@
 """Mounts that fetch their stream from another server, and servers that fetch theirs from this one."""
 import hashlib
-import os
 import shlex
 import socket
 import time
@@ -198,9 +197,10 @@ def test_relay_taken_away_by_a_reload_lets_sources_in(start_server):
 
 # ---- chains and many ---------------------------------------------------------------------------------------------------
 
+@pytest.mark.waits(60)
 def test_chain_of_three_plays_the_same_bytes(start_server):
     """What comes out behind three servers, at the pace at which it plays, are the bytes that went in."""
-    seconds = int(os.environ.get("QUILLWAVE_CHAIN_SECONDS", 8))
+    seconds = 60
     with on_air(start_server, directory="first") as (first, source):
         source.push(frames(300))
         second = relaying(start_server, address(first))

@@ -1,11 +1,14 @@
 // The pool side of a Receiver: when it is polled into a slice, and what keeps two slices apart.
 
 #include "core/Clock.h"
+#include "net/ArrivalWatch.h"
 #include "support/LogLines.h"
 #include "support/OnAir.h"
 #include "support/ReceiverProbe.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace {
 
@@ -18,6 +21,18 @@ std::unique_ptr<Visitor> make_listener(OnAir& air) {
     air.Deliver();
     visitor->Slice();
     return visitor;
+}
+
+// A whole answer, which says how long it is.
+std::string hear_answer(const LoopbackPair& pair) {
+    std::string heard;
+    while (!heard.ends_with("\r\n\r\n")) {
+        const std::string more = pair.Receive(1);
+        if (more.empty()) return heard;
+        heard += more;
+    }
+    const std::string field = "Content-Length: ";
+    return heard + pair.Receive(std::stoul(heard.substr(heard.find(field) + field.size())));
 }
 
 TEST(ReceiverPool, BusyFromTheStartUntilTheFirstSliceHasRun) {
@@ -34,6 +49,34 @@ TEST(ReceiverPool, APollThatAsksForASliceIsNotRepeatedBeforeIt) {
     EXPECT_EQ(visitor.receiver->Poll(CYCLE), ThreadPool::NOTHING);
     visitor.Slice();
     EXPECT_EQ(visitor.receiver->Poll(CYCLE), ThreadPool::LOW);
+}
+
+// Nothing is registered here, so that no poll could do what the arrivals do.
+TEST(ReceiverPool, RequestsAreReadWhenTheyArrive) {
+    constexpr int REQUESTS = 300;
+    const std::string request = "GET /nothing HTTP/1.1\r\nHost: here\r\n\r\n";
+    Visitor visitor;
+    ThreadPool::Start();
+    std::atomic<bool> done{false};
+    std::thread listening([&done] {
+        while (!done) {
+            ArrivalWatch::Deliver();
+            std::this_thread::yield();
+        }
+    });
+    visitor.Slice();
+    int answered = 0;
+    while (answered < REQUESTS) {
+        visitor.pair.Send(request);
+        const std::string answer = hear_answer(visitor.pair);
+        EXPECT_TRUE(answer.starts_with("HTTP/1.1 404")) << answer;
+        if (answer.empty()) break;
+        ++answered;
+    }
+    EXPECT_EQ(answered, REQUESTS);
+    done = true;
+    listening.join();
+    ThreadPool::WaitForStop();
 }
 
 TEST(ReceiverPool, NobodyIsServedBeforeTheListIsOpen) {

@@ -7,6 +7,7 @@
 #include "core/OSTools.h"
 #include "http/Request.h"
 #include "media/PacketBuffer.h"
+#include "net/ArrivalWatch.h"
 #include "streaming/Mount.h"
 #include "streaming/MountList.h"
 #include "streaming/Receiver.h"
@@ -128,8 +129,11 @@ public:
         comes_true([&] { return pair.server->CanRecv() == 1; });
     }
     void Slice(int count = 1) {
-        for (int slice = 0; slice < count; ++slice)
+        for (int slice = 0; slice < count; ++slice) {
+            // As the listening thread does; a request is worked on by the slices of the test.
+            if (receiver->Status() != 0) ArrivalWatch::Deliver();
             receiver->Process();
+        }
     }
     // Says it and lets it be worked on.
     std::string Ask(const std::string& text) {
