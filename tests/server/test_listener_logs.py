@@ -35,11 +35,11 @@ def test_listener_that_resets_is_logged_with_the_error(start_server):
 
 def test_listeners_are_counted_in_the_log(start_server):
     with on_air(start_server) as (server, _), contextlib.ExitStack() as stack:
-        for _ in range(3):
-            stack.enter_context(listening(server))
+        listeners = [stack.enter_context(listening(server)) for _ in range(3)]
         server.wait_log("[L: 3] {UA: ")
-    for left in (2, 1, 0):
-        server.wait_log(f"> Connection Closed [U: Anonymous] [L: {left}] {{")
+        for left in (2, 1, 0):
+            listeners[left].close()
+            server.wait_log(f"> Connection Closed [U: Anonymous] [L: {left}] {{")
 
 
 def ended_session(start_server, target="/live", **options):
