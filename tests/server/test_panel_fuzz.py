@@ -283,7 +283,7 @@ def outside(entries, mounts):
 def stop(fire):
     """An orderly end, which saves what waits to be saved."""
     assert fire.server.stop() == 0
-    assert not re.search("^Admin|evil$", fire.server.read(CONF), re.I | re.M), "a value became a line of its own"
+    assert not re.search("^Admin(User|Pass)|evil$", fire.server.read(CONF), re.I | re.M), "a value became a line of its own"
 
 
 def assert_nothing_changed(fire):
