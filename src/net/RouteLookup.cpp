@@ -29,7 +29,9 @@ public:
     }
 
 private:
-    static constexpr int MOST_THREADS = 16;
+    // A name whose servers are silent keeps a thread for half a minute, and every relay may have
+    // one; the others are not to wait behind them.
+    static constexpr int MOST_THREADS = 64;
 
     void work() {
         SetThreadName("Route Lookup");
