@@ -139,6 +139,9 @@ public:
     void SignalStop();
     // The same, and returns when the thread has ended. Not from the mount's own thread.
     void WaitForStop();
+    // The mount will not come back: whoever is let in from here on is sent away at once, as those
+    // are who are there when its thread ends. False for who is not the first to say so.
+    bool Dismiss() { return !dismissed.exchange(true); }
     // Drops the source; the mount goes on waiting for another.
     void Kick();
     bool IsRunning() const { return running; }
@@ -354,6 +357,7 @@ private:
     std::atomic<bool> stop{false};
     std::atomic<bool> kick{false};
     std::atomic<bool> connected{false};
+    std::atomic<bool> dismissed{false};
     std::atomic<time_t> connect_time{0};
     std::mutex wake_mutex; // nothing but the wait; taken before settings_lock
     std::condition_variable wake_up;

@@ -35,15 +35,17 @@ bool insert(const std::shared_ptr<Mount>& mount) {
     return true;
 }
 
-// False when the mount is not listed.
-bool erase(const std::shared_ptr<Mount>& mount) {
+bool is_listed(const Mount& mount) {
+    const Snapshot mounts = mount_list.load();
+    const auto place = mounts->find(mount.Address());
+    return place != mounts->end() && place->second.get() == &mount;
+}
+
+void erase(const Mount& mount) {
     spin_guard guard(mount_list_lock);
     auto changed = std::make_shared<MountList::Map>(*mount_list.load());
-    const auto place = changed->find(mount->Address());
-    if (place == changed->end() || place->second != mount) return false;
-    changed->erase(place);
+    changed->erase(mount.Address());
     mount_list.store(std::move(changed));
-    return true;
 }
 
 // A mount made while the server runs gets a section in the settings, so that it is saved with
@@ -128,12 +130,15 @@ void MountList::Add(const std::shared_ptr<Mount>& mount) {
     give_section(*mount);
 }
 
+// The mount holds its id until its section is empty, so that no new one finds its settings there.
 void MountList::Remove(const std::shared_ptr<Mount>& mount) {
     // Whoever removes it a second time finds its section and its id with a mount that came later.
-    if (!erase(mount)) return;
-    mount->WaitForStop();
+    if (!is_listed(*mount) || !mount->Dismiss()) return;
+    mount->SignalStop();
     mount->DeleteConfigNode();
     UserList::MountRemoved(mount->GetID());
+    erase(*mount);
+    mount->WaitForStop();
 }
 
 std::shared_ptr<Mount> MountList::GetMount(int id) {

@@ -58,6 +58,8 @@ Admission Mount::RegisterReceiver(const std::shared_ptr<Receiver>& receiver,
                 << "] (A: " << target_of(*receiver, *sent) << ") [L: " << receiver_count
                 << "] {UA: " << agent_of(*sent) << "} [I: " << receiver->GetUUID() << "]"
                 << std::endl;
+    // The answer about this one took longer than the mount has lasted.
+    if (dismissed) receiver->Kick();
     const bool wrap = !sent->Acceptable(ContentType()) && sent->Acceptable(FLV_TYPE);
     return {.status = wrap ? Admission::ADMITTED_AS_FLV : Admission::ADMITTED,
             .time_limit = time_limit};

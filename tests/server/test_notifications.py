@@ -11,6 +11,7 @@ import pytest
 from harness.application import NO, YES, Application
 from harness.client import Connection, basic, fetch
 from harness.media import NUMBER
+from harness.panel import post
 from harness.server import PATIENCE, mount
 from harness.source import HttpSource
 from harness.station import frames, listening
@@ -234,6 +235,26 @@ def test_stop_while_listeners_are_asked_about(start_server, application):
         assert server.stop() == 0
         for ear in ears:
             ear.close()
+
+
+def test_mount_deleted_while_listeners_are_asked_about(start_server, application):
+    """They are sent away when the answer is in: there is nothing they could wait for."""
+    answer = threading.Event()
+
+    def say_yes_in_the_end(connection, _):
+        answer.wait(PATIENCE)
+        connection.sendall(YES)
+    application.answer = say_yes_in_the_end
+    server = start_server([("ClientTimeout", 0), *asking(application, NotifyListenerRemove=application.address())])
+    with on_air(server):
+        ears = [Knock(server) for _ in range(3)]
+        application.wait_call("listener_add", 3)
+        post(server, "/admin", {"action": "Delete", "/live": "on"})
+        answer.set()
+        for ear in ears:
+            assert ear.ends_within(PATIENCE)
+            ear.close()
+    application.wait_call("listener_remove", 3)
 
 
 class Knock(Connection):

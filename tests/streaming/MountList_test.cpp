@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <gtest/gtest.h>
+#include <set>
 #include <thread>
 
 namespace {
@@ -189,6 +190,23 @@ TEST_F(MountListTest, RemovingTwiceLeavesTheNextMountOfThatIdAlone) {
     EXPECT_EQ(MountList::GetMount(1), next);
     EXPECT_EQ(Sections()->GetChild("1", false)->GetChild("Mount", false)->GetValue(""), "/new");
     EXPECT_FALSE(manager->GetAllProperties(1, true).empty());
+}
+
+TEST_F(MountListTest, AMountHoldsItsIdUntilItsSettingsAreGone) {
+    struct Onlooker final : ConfigNodeListener {
+        bool OnConfigNodeChanged(std::shared_ptr<ConfigNode>, std::string) override {
+            ids.insert(MountList::GetNextFreeID());
+            return false;
+        }
+        std::set<int> ids = {};
+    } onlooker;
+    const auto mount = add("/live", 1, {{"Mount", "/live"}, {"UserMax", "5"}});
+    const auto section = mount->GetConfigNode();
+    section->AddListener(&onlooker);
+    MountList::Remove(mount);
+    section->RemoveListener(&onlooker);
+    EXPECT_EQ(onlooker.ids, std::set<int>{2});
+    EXPECT_EQ(MountList::GetNextFreeID(), 1);
 }
 
 TEST_F(MountListTest, ADeletedMountIsFreed) {

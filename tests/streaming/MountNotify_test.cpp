@@ -12,6 +12,7 @@
 #include "support/CalledServer.h"
 #include "support/LogLines.h"
 #include "support/Ports.h"
+#include "support/ReceiverProbe.h"
 #include "support/Sections.h"
 
 #include <future>
@@ -238,6 +239,23 @@ TEST_F(MountNotify, PlacesAreCountedAfterTheAnswer) {
     EXPECT_EQ(finish(second, of_second), Admission::ADMITTED);
     EXPECT_EQ(finish(first, of_first), Admission::FULL);
     EXPECT_EQ(of_first, nullptr);
+}
+
+TEST_F(MountNotify, WhoIsLetInWhenTheMountHasGoneIsSentAway) {
+    set("NotifyListenerAdd", server.Address());
+    const auto receiver = callers.emplace_back().receiver;
+    std::shared_ptr<Request> inquiry;
+    ASSERT_EQ(mount->RegisterReceiver(receiver, inquiry).status, Admission::PENDING);
+    const TakenCall call = server.Take();
+    MountList::Remove(mount);
+    call.Send(YES + "\r\n");
+    Admission admission{.status = Admission::PENDING};
+    ASSERT_TRUE(Broadcaster::comes_true([&] {
+        admission = mount->RegisterReceiver(receiver, inquiry);
+        return admission.status != Admission::PENDING;
+    }));
+    EXPECT_EQ(admission.status, Admission::ADMITTED);
+    EXPECT_TRUE(ReceiverProbe{*receiver}.IsKicked());
 }
 
 // ---- Listeners that leave -----------------------------------------------------------------------

@@ -12,6 +12,7 @@ struct ReceiverProbe {
 
     std::uint64_t QueuedPackets() const { return receiver.packets.Count(); }
     long long Wait() const { return receiver.wait_ms; }
+    bool IsKicked() const { return receiver.kicked; }
     std::shared_ptr<Response> GetResponse() const { return receiver.response; }
     void SetTimeLimit(std::uint64_t seconds) { receiver.time_limit = seconds; }
     void SetWriter(std::shared_ptr<MediaWriter> writer) { receiver.writer = std::move(writer); }
