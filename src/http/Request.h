@@ -61,7 +61,8 @@ public:
     // Outbound. One step that does not wait, of finding the address, connecting, sending and
     // reading the head of the reply: 1 once that has been read (Status is 0 when it was no reply),
     // IO_AGAIN, 0 or -1 when nothing more will come. No time limit, and again after the end the
-    // same result. SetHeader sets fields to send before the first step.
+    // same result, but -1 after what was no reply. SetHeader sets fields to send before the first
+    // step.
     int InitiateRequest();
     // The same within the limits of a call: SocketTimeout for connecting, 30 seconds of silence, 15
     // for a reply that comes in pieces. 1, IO_AGAIN, or -1, and then the socket is closed.

@@ -193,6 +193,7 @@ TEST_F(OutboundRequest, GarbageIsAReplyWithoutAStatus) {
     EXPECT_EQ(exchange(*request, server, "what is this\r\nand: that\r\n\r\n"), 1);
     EXPECT_EQ(request->Status(), 0);
     EXPECT_EQ(request->Protocol(), Request::PROTOCOL_UNKNOWN);
+    EXPECT_EQ(request->InitiateRequest(), IO_FAILED);
 }
 
 TEST_F(OutboundRequest, StatusLineWithoutAReasonIsNone) {
@@ -296,6 +297,22 @@ TEST_F(OutboundRequest, ReplyInPiecesIsGivenUpAfterFifteenSeconds) {
     EXPECT_EQ(request->ContinueRequest(), IO_AGAIN);
     Clock::Advance(1);
     call.Send("200 ");
+    request->AwaitStep(2000);
+    EXPECT_EQ(request->ContinueRequest(), IO_FAILED);
+    EXPECT_EQ(request->Status(), ETIMEDOUT);
+}
+
+TEST_F(OutboundRequest, InterimRepliesWithoutEndAreGivenUpAfterFifteenSeconds) {
+    Clock::Hold(1000);
+    const auto request = get(server.Address());
+    const TakenCall call = send_to(server, *request);
+    for (int second = 0; second <= 15; ++second) {
+        call.Send("HTTP/1.1 102 Still Thinking\r\n\r\n");
+        request->AwaitStep(2000);
+        ASSERT_EQ(request->ContinueRequest(), IO_AGAIN) << second;
+        Clock::Advance(1);
+    }
+    call.Send("HTTP/1.1 102 Still Thinking\r\n\r\n");
     request->AwaitStep(2000);
     EXPECT_EQ(request->ContinueRequest(), IO_FAILED);
     EXPECT_EQ(request->Status(), ETIMEDOUT);

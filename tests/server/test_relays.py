@@ -1,5 +1,7 @@
 """Mounts that fetch their stream from another server, and servers that fetch theirs from this one."""
+import contextlib
 import hashlib
+import pathlib
 import shlex
 import socket
 import time
@@ -7,15 +9,18 @@ import time
 import pytest
 
 from harness import media
+from harness.application import Application
 from harness.client import fetch
 from harness.compare import PROBE, assert_heard
+from harness.directory import close_at_once, keep_silent
 from harness.icecast import Icecast
 from harness.listener import Listener
 from harness.operator import comes_true, reload
+from harness.panel import post
 from harness.programs import run_program
-from harness.server import mount
+from harness.server import PATIENCE, mount
 from harness.source import HttpSource, IcySource
-from harness.station import FRAME, PROPERTIES, frames, on_air
+from harness.station import FRAME, PROPERTIES, frames, listening, on_air, push_until_heard
 
 SECONDS = 4  # of every stream that is compared
 MARK = 4 + media.MP3_SIDE_INFO + 12  # up to and with the number of a frame
@@ -195,6 +200,152 @@ def test_relay_taken_away_by_a_reload_lets_sources_in(start_server):
         comes_true(server, lambda: fetch(server.port, "/live", method="HEAD", version="HTTP/1.0").status == 200)
 
 
+# ---- masters that are odd ----------------------------------------------------------------------------------------------
+
+SAYS_YES = b"HTTP/1.1 200 OK\r\nContent-Type: audio/mpeg\r\n\r\n"
+SLOWLY = 0.02  # seconds
+
+
+def send_slowly(data):
+    def send(connection, _):
+        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        for at in range(len(data)):
+            connection.sendall(data[at:at + 1])
+            time.sleep(SLOWLY)
+    return send
+
+
+def send_for_ever(begin, data=b""):
+    """Says this again and again until the caller leaves."""
+    def send(connection, _):
+        connection.sendall(begin)
+        while True:
+            connection.sendall(data)
+            time.sleep(SLOWLY)
+    return send
+
+
+ODD_STREAMS = {
+    "in single bytes": send_slowly(SAYS_YES),
+    "interim answers first": b"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early Hints\r\nLink: </a>\r\n\r\n" + SAYS_YES,
+    "bare line feeds": SAYS_YES.replace(b"\r\n", b"\n"),
+    "another protocol's word": SAYS_YES.replace(b"HTTP/1.1", b"ICY"),
+}
+
+# The line that the event log has of it, behind the time until the next try.
+ODD_REFUSALS = {
+    "a redirect": (b"HTTP/1.1 302 Found\r\nLocation: /elsewhere\r\n\r\n", " [Error: (302) Found] (A: "),
+    "an error without end": (send_for_ever(b"HTTP/1.1 404 Not Found\r\n\r\n", b"x" * 1000), " [Error: (404) Not Found] (A: "),
+    "no reason": (b"HTTP/1.1 200\r\n\r\n", " (A: "),
+    "garbage": (b"\0\xff\n\n\r\n\r\nwhat?\r\n\r\n" * 10, " (A: "),
+    "a huge head": (SAYS_YES[:-2] + b"X-Much: " + b"x" * 500000 + b"\r\n\r\n", " (A: "),
+    "a head without end": (send_for_ever(SAYS_YES[:-2], b"x"), " (A: "),
+    "interim answers without end": (send_for_ever(b"", b"HTTP/1.1 102 Processing\r\n\r\n"), " (A: "),
+    "half a head": (SAYS_YES[:-2], " (A: "),
+    "nothing": (close_at_once, " (A: "),
+    "silence": (keep_silent, " (A: "),
+}
+
+
+@pytest.mark.parametrize("answer", ODD_STREAMS.values(), ids=ODD_STREAMS)
+def test_odd_master_is_understood(start_server, answer):
+    with Application(answer) as master:
+        server = start_server([("SocketTimeout", PATIENCE), *relay_of(master.address())])
+        server.wait_log("> Relay Connected (A: ")
+        assert not any("Relay Connect Failed" in line for line in server.log_lines())
+
+
+@pytest.mark.parametrize("answer, words", ODD_REFUSALS.values(), ids=ODD_REFUSALS)
+def test_odd_master_is_left_for_the_next(start_server, answer, words):
+    with Application(answer) as odd, Application(send_for_ever(SAYS_YES, frames(30))) as master:
+        server = start_server([("SocketTimeout", 2), *relay_of(odd.address(), master.address())])
+        assert "> Relay Connect Failed, Retrying in 1s" + words in server.wait_log("Relay Connect Failed")
+        server.wait_log("> Relay Connected (A: ")
+        with listening(server) as ear:
+            assert media.NUMBER.search(ear.audio(10 * FRAME))
+
+
+# ---- the end of a mount, at each instant of its exchange ---------------------------------------------------------------
+
+@contextlib.contextmanager
+def full_server():
+    """(its address, whether it is being called): connections to it are never made."""
+    with contextlib.ExitStack() as sockets:
+        full = sockets.enter_context(socket.create_server(("127.0.0.1", 0), backlog=0))
+        for _ in range(2):
+            waiting = sockets.enter_context(socket.socket())
+            waiting.setblocking(False)
+            waiting.connect_ex(full.getsockname())
+        port = full.getsockname()[1]
+        before = calls_under_way(port)
+        yield f"http://127.0.0.1:{port}/", lambda _: calls_under_way(port) > before
+
+
+def calls_under_way(port):
+    """How many wait for a connection to this port (proc(5): the far end, then state 02)."""
+    lines = map(str.split, pathlib.Path("/proc/net/tcp").read_text().splitlines()[1:])
+    return sum(words[2].endswith(f":{port:04X}") and words[3] == "02" for words in lines)
+
+
+@contextlib.contextmanager
+def master_that(answer, *log):
+    """(its address, whether the exchange has come so far): called, and as far as the event log says."""
+    with Application(answer) as master:
+        def has_come(server):
+            return master.calls and all(any(words in line for line in server.log_lines()) for words in log)
+        yield master.address(), has_come
+
+
+def then_silence(data):
+    def answer(connection, _):
+        connection.sendall(data)
+        keep_silent(connection, None)
+    return answer
+
+
+INSTANTS = {
+    "connecting": full_server,
+    "silent": lambda: master_that(keep_silent),
+    "in the head": lambda: master_that(then_silence(SAYS_YES[:-2])),
+    "before the stream": lambda: master_that(then_silence(SAYS_YES), "> Relay Connected (A: "),
+    "in the stream": lambda: master_that(then_silence(SAYS_YES + frames(60)), "> Relay Connected (A: "),
+    "resting": lambda: master_that(b"HTTP/1.1 404 Not Found\r\n\r\n", "> Relay Connect Failed"),
+}
+
+
+def act(server, action, *paths):
+    assert post(server, "/admin", {"action": action, **{path: "on" for path in paths}}).status == 200
+
+
+def end_by_panel(action):
+    def end(server):
+        act(server, action, "/live")
+        server.wait_log("Closing Mount /live down")
+    return end
+
+
+@pytest.mark.parametrize("end", [end_by_panel("Delete"), end_by_panel("Disable"), lambda server: None],
+                         ids=["delete", "disable", "stop"])
+@pytest.mark.parametrize("instant", INSTANTS.values(), ids=INSTANTS)
+def test_end_at_each_instant(start_server, instant, end):
+    """Nothing ends by itself here, so that whoever waits for an end of the exchange waits in vain."""
+    with instant() as (address_of_master, has_come):
+        server = start_server([("SocketTimeout", 1000), *relay_of(address_of_master, DisconnectWait=1000)])
+        server.wait_until(lambda: has_come(server), complaint="the exchange has not come so far")
+        end(server)
+        assert server.stop() == 0
+
+
+@pytest.mark.parametrize("answer", [keep_silent, then_silence(SAYS_YES[:-2]), then_silence(SAYS_YES + frames(60)),
+                                    b"HTTP/1.1 404 Not Found\r\n\r\n"], ids=["silent", "in the head", "in the stream", "resting"])
+def test_kick_makes_it_call_again(start_server, answer):
+    with Application(answer) as master:
+        server = start_server([("SocketTimeout", 1000), *relay_of(master.address(), DisconnectWait=1000)])
+        for count in range(1, 5):
+            server.wait_until(lambda: len(master.calls) == count, complaint="the master is not called")
+            act(server, "Kick", "/live")
+
+
 # ---- chains and many ---------------------------------------------------------------------------------------------------
 
 @pytest.mark.waits(60)
@@ -232,6 +383,24 @@ def test_fifty_relays_at_once(start_server):
         for listener in listeners:
             assert listener.audio_from(stretch[:MARK], FRAME * 50) == stretch[:FRAME * 50]
             listener.close()
+
+
+def test_fifty_relays_of_silent_masters_disturb_nobody(start_server):
+    paths = [f"/relay{index}" for index in range(2, 52)]
+    with Application(keep_silent) as silent:
+        settings = [pair for index, path in enumerate(paths, 2) for pair in mount(path, index, Relay=silent.address())]
+        server = start_server([("SocketTimeout", 1000), *mount("/live"), *settings])
+        server.wait_until(lambda: len(silent.calls) == len(paths), complaint="some are not called")
+        with HttpSource(server, "/live") as source:
+            server.wait_source()
+            source.push(frames(300))
+            with listening(server) as ear:
+                push_until_heard(source, ear, 1000)
+            act(server, "Delete", *paths)
+            server.wait_until(lambda: server.read("quillwave.log").count("Closing Mount /relay") == len(paths),
+                              complaint="some go on")
+            with listening(server) as ear:
+                push_until_heard(source, ear, 2000)
 
 
 # ---- Icecast -----------------------------------------------------------------------------------------------------------
