@@ -135,7 +135,8 @@ def browser(preset):
 
 
 # The tests of the server wait most of the time: what they leave of the machine builds for a later stage.
-AHEAD = {"server-asan": ("unit-tsan", ("tsan", "quillwave_tests", "quillwave")), "server-tsan": ("fuzz", ("fuzz",))}
+AHEAD = {"server-asan": ("unit-tsan", ("tsan", "quillwave_tests", "quillwave", "quillwave_local_directory")),
+         "server-tsan": ("fuzz", ("fuzz",))}
 
 STAGES = {
     "headers": headers,

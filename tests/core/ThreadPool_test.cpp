@@ -283,7 +283,7 @@ TEST_F(ThreadPoolTest, WorkThatLeavesAsSoonAsItCameIsNotKept) {
                 ++alive;
                 ThreadPool::Add(work);
                 ThreadPool::Remove(work);
-                if (count % 200 == 0) std::this_thread::sleep_for(1ms);
+                if (count % 50 == 0) std::this_thread::sleep_for(1ms);
             }
         });
     }
