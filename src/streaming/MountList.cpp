@@ -130,15 +130,15 @@ void MountList::Add(const std::shared_ptr<Mount>& mount) {
     give_section(*mount);
 }
 
-// The mount holds its id until its section is empty, so that no new one finds its settings there.
+// The mount's end is told to the applications that its settings name, so these go after it; and it
+// holds its id until they are gone, so that no new one finds them there.
 void MountList::Remove(const std::shared_ptr<Mount>& mount) {
     // Whoever removes it a second time finds its section and its id with a mount that came later.
     if (!is_listed(*mount) || !mount->Dismiss()) return;
-    mount->SignalStop();
+    mount->WaitForStop();
     mount->DeleteConfigNode();
     UserList::MountRemoved(mount->GetID());
     erase(*mount);
-    mount->WaitForStop();
 }
 
 std::shared_ptr<Mount> MountList::GetMount(int id) {

@@ -33,8 +33,8 @@ public:
     // Takes in a mount and starts it; a mount without a section of its own gets one in the tree.
     // One with an address that is taken is logged and left out.
     static void Add(const std::shared_ptr<Mount>& mount);
-    // Takes the mount out, forgets its settings and the rights on it, and waits until its thread
-    // has ended. Nothing for a mount that is not listed. Not from the mount's own thread.
+    // Waits until the mount's thread has ended, forgets its settings and the rights on it, and
+    // takes it out. Nothing for a mount that is not listed. Not from the mount's own thread.
     static void Remove(const std::shared_ptr<Mount>& mount);
 
     // Null when there is none.

@@ -54,7 +54,7 @@ void Mount::Kick() {
 
 // With thread_mutex held. Gives back the former thread, which has ended, to be joined without it.
 std::thread Mount::start_thread() {
-    if (disabled) return {};
+    if (disabled || dismissed) return {};
     stop = false;
     std::thread next([self = shared_from_this()] { self->Process(); });
     running = true;

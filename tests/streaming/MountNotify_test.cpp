@@ -99,6 +99,16 @@ TEST_F(MountNotify, ASourceThatLeavesIsToldAfterItsComing) {
               "action=mount_remove&mount=%2Fmy+live&server=radio.example&port=8010");
 }
 
+TEST_F(MountNotify, ASourceWhoseMountIsRemovedIsTold) {
+    set("NotifyMountRemove", server.Address());
+    Broadcaster source("Content-Type: application/test\r\n");
+    mount->SetRequest(source.request);
+    ASSERT_TRUE(Broadcaster::comes_true([this] { return mount->IsConnected(); }));
+    MountList::Remove(mount);
+    EXPECT_EQ(body_of(server.Take().Receive()),
+              "action=mount_remove&mount=%2Fmy+live&server=radio.example&port=8010");
+}
+
 TEST_F(MountNotify, AnApplicationThatIsSilentKeepsNoSourceAndNoStop) {
     Clock::Hold(1000);
     set("NotifyMountAdd", server.Address());
