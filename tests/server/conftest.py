@@ -76,7 +76,7 @@ def pytest_configure(config):
 def pytest_collection_modifyitems(config, items):
     """The waits begin at once, spread over the parallel workers, which do the rest meanwhile.
 
-    xdist hands every worker a stretch of the tests first, a quarter of its share.
+    xdist hands every worker a stretch of the tests first, a quarter of its share. Who has the longest wait gets no other.
     """
     def seconds(item):
         marker = item.get_closest_marker("waits")
@@ -86,7 +86,10 @@ def pytest_collection_modifyitems(config, items):
     items.sort(key=seconds, reverse=True)
     waits = [item for item in items if seconds(item)]
     rest = iter(items[len(waits):])
-    stretches = [waits[worker::workers] for worker in range(workers)]
+    stretches = [[] for _ in range(workers)]
+    for number, item in enumerate(waits):
+        turn, worker = divmod(number, workers)
+        stretches[worker if turn % 2 == 0 else -1 - worker].append(item)
     for stretch in stretches:
         stretch.extend(itertools.islice(rest, max(length - len(stretch), 0)))
     items[:] = [*itertools.chain.from_iterable(stretches), *rest]

@@ -1,4 +1,4 @@
-"""The rules of 15, 20, 30 and 60 seconds, with the real clock.
+"""The rules of 15, 20, 30, 60 and 300 seconds, with the real clock.
 
 Each test waits in a worker of its own. The server counts whole seconds, so a limit may come up to a second early by the
 clock of a test; how late it comes depends on the machine.
@@ -12,6 +12,8 @@ import pytest
 from harness import media
 from harness.client import Connection, fetch, request_text
 from harness.listener import Listener
+from harness.markup import Page
+from harness.panel import page
 from harness.server import PATIENCE, mount
 from harness.source import HttpSource
 
@@ -213,6 +215,21 @@ def test_listener_timer_of_one_minute_ends_a_session_at_sixty_seconds(start_serv
         with at_about(60), Listener(server, "/live") as listener:
             assert listener.ends_within(60 + PATIENCE)
         assert float(server.wait_records(1)[0]["time-taken"]) >= 60
+
+
+@pytest.mark.waits(301)
+def test_listener_counts_as_one_who_stayed_after_five_minutes(start_server):
+    server = start_server(mount("/live"))
+
+    def tune_ins():
+        return Page(page(server, "/admin/stream/1/").text).figures["Tune-Ins:"]
+    with HttpSource(server, "/live", media.mp3_frames(**LOW)):
+        server.wait_source()
+        with Listener(server, "/live") as listener:
+            with at_about(300):
+                listener.audio_for(298)
+                assert tune_ins() == "1 (5 mins: 0)"
+                server.wait_until(lambda: tune_ins() == "1 (5 mins: 1)", complaint="it never counts")
 
 
 @pytest.mark.waits(30)

@@ -197,6 +197,7 @@ def test_created_mount_serves_and_is_saved(start_server, addr, address):
     assert status_of(server, address) == 503
     assert f"SourceMount4={address}" in saved(server)
     with HttpSource(server, address, user=ADMIN[0], password=ADMIN[1]) as source:
+        server.wait_source()
         source.push(frames(60))
         with listening(server, address) as listener:
             assert listener.audio(400)
