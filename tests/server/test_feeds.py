@@ -399,6 +399,7 @@ def test_poll_is_answered_when_a_source_comes_and_when_it_goes(start_server):
     with poll(server) as waiting:
         with HttpSource(server, "/live"):
             assert source_in(read_json(answered(waiting)))["status"] == 1
+    server.wait_until(lambda: json_of(server)["active_sources"] == 0, complaint="the source never goes")
     with poll(server) as waiting, HttpSource(server, "/live"):
         assert source_in(read_json(answered(waiting)))["status"] == 1
 

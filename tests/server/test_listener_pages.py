@@ -220,6 +220,7 @@ def test_vip_gets_a_place_on_a_full_stream(start_server):
             press(server, "VIP", user=ONE)
         assert f'<filter type="IP">{AWAY}</filter>' in server.read(USERS)
         comes_true(server, lambda: status_of(server, source="127.0.3.3") == 200)
+        server.wait_log("> Connection Closed", 2)  # also of the one that has just asked
         with listen(server, agent="Ordinary", source="127.0.3.3") as ordinary:
             assert status_of(server, source="127.0.3.4") == 451
             with listen(server, source=AWAY) as vip:

@@ -151,7 +151,7 @@ def test_source_that_is_silent_for_thirty_seconds_is_ended_and_a_waiting_listene
 
 @pytest.mark.waits(25)
 def test_bitrate_limit_refuses_listeners_once_the_source_is_on_for_twenty_seconds(start_server):
-    server = start_server([*mount("/over", 1, AvgBitrateLimit=60), *mount("/below", 2, User="other", AvgBitrateLimit=68)])
+    server = start_server([*mount("/over", 1, AvgBitrateLimit=60), *mount("/below", 2, User="other", AvgBitrateLimit=96)])
     with HttpSource(server, "/over", media.mp3_frames(kbits=64)), \
             HttpSource(server, "/below", media.mp3_frames(kbits=64), user="other"):
         server.wait_source(2)

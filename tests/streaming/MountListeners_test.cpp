@@ -312,6 +312,7 @@ TEST_F(Reserves, OfEquallyLongListenersTheFirstByIdGoes) {
 }
 
 TEST_F(Reserves, AListenerThatLeavesByAnErrorIsLoggedWithIt) {
+    Clock::Hold(START);
     const auto listener = visit("ear");
     ReceiverProbe{*listener}.GetResponse()->SetLastError(110);
     mount->UnregisterReceiver(listener);
