@@ -103,6 +103,16 @@ def server(preset):
     return counts(junit)
 
 
+def storm(preset):
+    """The storm of listeners in full, which needs the machine for itself."""
+    build(preset, "quillwave")
+    junit = RESULTS / f"storm-{preset}.xml"
+    run("/usr/bin/python3", "-m", "pytest", "-q", "-p", "no:cacheprovider", f"--junitxml={junit}", "-k", "join_storm",
+        "tests/server/test_notifications.py", check=False,
+        env={"QUILLWAVE_BIN": str(BUILD / preset / "quillwave"), "QUILLWAVE_STORM": "500"})
+    return counts(junit)
+
+
 def headers():
     """Every public header compiles by itself."""
     if not (BUILD / "dev" / "build.ninja").exists():
@@ -144,6 +154,7 @@ STAGES = {
     "server-asan": lambda: server("asan"),
     "unit-tsan": lambda: unit("tsan"),
     "server-tsan": lambda: server("tsan"),
+    "storm": lambda: storm("asan"),
     "browser": lambda: browser("asan"),
     "fuzz": fuzz,
 }

@@ -18,7 +18,7 @@ AdtsHeader AacBuffer::ParseFrame(const std::vector<char>& bytes, std::size_t pos
 }
 
 bool AacBuffer::find_first_frame() {
-    const auto start = find_frame_start(read_buffer.Data(), [](std::span<const char> bytes) {
+    const auto start = find_frame_start(read_buffer, [](std::span<const char> bytes) {
         return is_adts_frame_start(unsigned_bytes(bytes).first<2>());
     });
     if (start) skip_buffer(*start);

@@ -21,12 +21,14 @@ void InputBuffer::Skip(std::size_t count) {
     if (count > fill) return;
     start += count;
     fill -= count;
+    searched = 0;
     shrink_if_it_fits();
 }
 
 void InputBuffer::Clear() {
     start = 0;
     fill = 0;
+    searched = 0;
     shrink_if_it_fits();
     std::fill(bytes.begin(), bytes.end(), '\0');
 }

@@ -18,6 +18,10 @@ public:
     // What it holds, oldest first; valid until the next call that changes it.
     std::span<const char> Data() const { return {bytes.data() + start, fill}; }
 
+    // How many of the oldest bytes were found to begin no frame; 0 again once any leave.
+    std::size_t Searched() const { return searched; }
+    void SetSearched(std::size_t count) { searched = count; }
+
     // All of the memory, with what it holds at its start; the first `Fill()` bytes stay.
     char* Memory();
     // `count` bytes were written behind those that it held.
@@ -39,4 +43,5 @@ private:
     std::size_t wanted_length;
     std::size_t start = 0;
     std::size_t fill = 0;
+    std::size_t searched = 0;
 };

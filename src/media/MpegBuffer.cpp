@@ -17,7 +17,7 @@ MpegHeader MpegBuffer::ParseFrame(const std::vector<char>& bytes, std::size_t po
 }
 
 bool MpegBuffer::find_first_frame() {
-    const auto start = find_frame_start(read_buffer.Data(), [](std::span<const char> bytes) {
+    const auto start = find_frame_start(read_buffer, [](std::span<const char> bytes) {
         return is_mpeg_frame_start(unsigned_bytes(bytes).first<3>());
     });
     if (start) skip_buffer(*start);

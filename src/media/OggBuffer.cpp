@@ -43,7 +43,7 @@ OggBuffer::OggBuffer(std::shared_ptr<MediaReader> source)
 std::string OggBuffer::peer() const { return "<" + reader->GetIP() + "> "; }
 
 bool OggBuffer::find_first_frame() {
-    const auto start = find_frame_start(read_buffer.Data(), [](std::span<const char> bytes) {
+    const auto start = find_frame_start(read_buffer, [](std::span<const char> bytes) {
         return is_ogg_page_start(bytes.first<5>());
     });
     if (start) skip_buffer(*start);
