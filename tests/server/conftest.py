@@ -71,6 +71,7 @@ def recordings(tmp_path_factory):
 
 def pytest_configure(config):
     config.addinivalue_line("markers", "waits(seconds): the test spends this time waiting for a rule of the server")
+    config.addinivalue_line("markers", "once: the test waits so long that one build of the server is enough")
 
 
 def pytest_collection_modifyitems(config, items):

@@ -217,6 +217,7 @@ def test_listener_timer_of_one_minute_ends_a_session_at_sixty_seconds(start_serv
         assert float(server.wait_records(1)[0]["time-taken"]) >= 60
 
 
+@pytest.mark.once
 @pytest.mark.waits(301)
 def test_listener_counts_as_one_who_stayed_after_five_minutes(start_server):
     server = start_server(mount("/live"))
