@@ -29,7 +29,8 @@ public:
     // watch of the socket takes the place of the first. False when the system refuses, and for a
     // socket that is closed.
     static bool Watch(const Socket& socket, std::weak_ptr<ArrivalListener> listener) EXCLUDES(lock);
-    // To be called before a socket is closed that may still be watched.
+    // To be called before a socket is closed that may still be watched. Where a hard error has
+    // closed it, the listener's memory is held until the descriptor is watched again.
     static void Forget(const Socket& socket) EXCLUDES(lock);
 
     // A descriptor that polls as readable while Deliver has something to do; -1 if there is none.

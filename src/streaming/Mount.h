@@ -139,8 +139,9 @@ public:
     void SignalStop();
     // The same, and returns when the thread has ended. Not from the mount's own thread.
     void WaitForStop();
-    // The mount will not come back: whoever is let in from here on is sent away at once, as those
-    // are who are there when its thread ends. False for who is not the first to say so.
+    // The mount will not come back: it is not started again, and whoever is let in from here on is
+    // sent away at once, as those are who are there when its thread ends. False for who is not the
+    // first to say so.
     bool Dismiss() { return !dismissed.exchange(true); }
     // Drops the source; the mount goes on waiting for another.
     void Kick();

@@ -1,15 +1,11 @@
 #include "media/FrameScan.h"
 
-#include <cstring>
+#include "support/FillInput.h"
+
 #include <gtest/gtest.h>
 #include <string>
 
 namespace {
-
-void fill(InputBuffer& buffer, const std::string& bytes) {
-    std::memcpy(buffer.Memory() + buffer.Fill(), bytes.data(), bytes.size());
-    buffer.Filled(bytes.size());
-}
 
 // A frame begins with "F"; counts how often it is asked.
 struct Search {

@@ -1,15 +1,11 @@
 #include "media/InputBuffer.h"
 
-#include <cstring>
+#include "support/FillInput.h"
+
 #include <gtest/gtest.h>
 #include <string>
 
 namespace {
-
-void fill(InputBuffer& buffer, const std::string& bytes) {
-    std::memcpy(buffer.Memory() + buffer.Fill(), bytes.data(), bytes.size());
-    buffer.Filled(bytes.size());
-}
 
 std::string text_of(const InputBuffer& buffer) {
     return {buffer.Data().begin(), buffer.Data().end()};

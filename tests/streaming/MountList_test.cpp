@@ -209,6 +209,14 @@ TEST_F(MountListTest, AMountHoldsItsIdUntilItsSettingsAreGone) {
     EXPECT_EQ(MountList::GetNextFreeID(), 1);
 }
 
+TEST_F(MountListTest, ARemovedMountIsNotStartedAgain) {
+    const auto mount = add("/live", 1, {{"Mount", "/live"}});
+    MountList::Remove(mount);
+    mount->Start();
+    EXPECT_FALSE(mount->IsRunning());
+    EXPECT_EQ(MountList::GetMount(1), nullptr);
+}
+
 TEST_F(MountListTest, ADeletedMountIsFreed) {
     std::weak_ptr<Mount> gone;
     {
