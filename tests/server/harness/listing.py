@@ -4,7 +4,7 @@ import contextlib
 from .client import basic, fetch
 from .server import ADMIN
 from .source import HttpSource
-from .station import PROPERTIES, frames, status_of
+from .station import PROPERTIES, frames, listening, push_until_heard, status_of
 
 
 @contextlib.contextmanager
@@ -29,3 +29,11 @@ def wait_status(server, words):
 def wait_free(server):
     """Until the mount has let go of its source, and would take another."""
     server.wait_until(lambda: status_of(server) != 200, complaint="the mount stays connected")
+
+
+def assert_source_returns(server, directory):
+    """The mount takes a second source, which is heard and listed again."""
+    wait_free(server)
+    with on_air(server, count=2) as source, listening(server) as ear:
+        push_until_heard(source, ear, 300)
+        directory.wait_call("add", 2)
