@@ -31,10 +31,11 @@ class StageFailed(Exception):
     pass
 
 
-def run(*command, env=None, check=True):
+def run(*command, env=None, check=True, output=None):
+    """Runs a command in the project's folder; what it says goes to the open file `output` if one is given."""
     print("+", *command, flush=True)
     done = subprocess.run([str(word) for word in command], cwd=ROOT, env={**os.environ, **SANITIZERS, **(env or {})},
-                          stdin=subprocess.DEVNULL)
+                          stdin=subprocess.DEVNULL, stdout=output, stderr=output)
     if check and done.returncode != 0:
         raise StageFailed(f"{command[0]} ended with {done.returncode}")
     return done.returncode
@@ -67,14 +68,26 @@ def build(preset, *targets):
     run(*build_command(preset, *targets))
 
 
+faults = []  # (stage, test, what it said): shown once more at the end, behind all the output of the stages
+
+
 def counts(junit):
     """(passed, failed) of a JUnit file; a skipped test counts as failed, for nothing here may be skipped."""
     passed = failed = 0
     for case in ElementTree.parse(junit).iter("testcase"):
-        bad = case.get("status") in ("fail", "notrun", "disabled") or any(
-            case.find(tag) is not None for tag in ("failure", "error", "skipped"))
+        told = [case.find(tag) for tag in ("failure", "error", "skipped")]
+        bad = case.get("status") in ("fail", "notrun", "disabled") or any(part is not None for part in told)
         failed, passed = failed + bad, passed + (not bad)
+        if bad:
+            said = [part.text or part.get("message", "") for part in (*told, case.find("system-out")) if part is not None]
+            faults.append((junit.stem, f"{case.get('classname')} {case.get('name')}", "\n".join(said)))
     return passed, failed
+
+
+def show_faults():
+    for stage, test, said in faults:
+        print(f"\nFAILED in {stage}: {test}")
+        print("\n".join(said.splitlines()[-60:])[-6000:])
 
 
 def tap_counts(tap, status):
@@ -128,9 +141,15 @@ def fuzz():
         corpus = ROOT / "tests" / "fuzz" / "corpus" / target.name
         grown = BUILD / "fuzz" / "corpus" / target.name
         grown.mkdir(parents=True, exist_ok=True)
-        status = run(target, f"-max_total_time={FUZZ_SECONDS}", "-timeout=10", "-rss_limit_mb=2048", "-close_fd_mask=3",
-                     f"-artifact_prefix={RESULTS}/{target.name}-", grown, *([corpus] if corpus.is_dir() else []), check=False)
+        log = RESULTS / f"{target.name}.log"
+        with log.open("wb") as output:
+            status = run(target, f"-max_total_time={FUZZ_SECONDS}", "-timeout=10", "-rss_limit_mb=2048", "-close_fd_mask=3",
+                         f"-artifact_prefix={RESULTS}/{target.name}-", grown, corpus, check=False, output=output)
+        said = log.read_text(errors="replace").rstrip()
+        print(said.rpartition("\n")[2], flush=True)
         passed, failed = passed + (status == 0), failed + (status != 0)
+        if status != 0:
+            faults.append(("fuzz", target.name, said))
     if passed + failed == 0:
         raise StageFailed("no fuzz target was built")
     return passed, failed
@@ -181,6 +200,7 @@ def main():
             print(f"{name}: {fault}", flush=True)
             passed, failed = 0, 1
         table.append((name, passed, failed, time.monotonic() - start))
+    show_faults()
     print(f"\n{'stage':<14}{'passed':>8}{'failed':>8}{'seconds':>9}")
     for name, passed, failed, seconds in table:
         print(f"{name:<14}{passed:>8}{failed:>8}{seconds:>9.0f}")

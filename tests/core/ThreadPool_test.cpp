@@ -275,7 +275,7 @@ TEST_F(ThreadPoolTest, WorkThatLeavesAsSoonAsItCameIsNotKept) {
     std::vector<std::thread> callers;
     for (int caller = 0; caller < 2; ++caller) {
         callers.emplace_back([&] {
-            for (int count = 0; witness->polls < 20; ++count) {
+            for (int count = 0; count < 20000 && witness->polls < 20; ++count) {
                 const std::shared_ptr<CountingWork> work(new CountingWork, [&alive](auto* gone) {
                     --alive;
                     delete gone;

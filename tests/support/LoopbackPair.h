@@ -3,15 +3,18 @@
 #include "net/Socket.h"
 
 #include <arpa/inet.h>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
+#include <linux/tcp.h>
 #include <memory>
 #include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <thread>
 #include <unistd.h>
 
 // A connected TCP pair on 127.0.0.1: `server` is the end that the code under test gets,
@@ -101,7 +104,24 @@ public:
     }
 
     // Sends until the server's end takes no more, so that its next send meets EAGAIN. The count.
+    // What the client has to say it says before: its packets would tell of new room.
     std::uint64_t FillTowardsClient() const {
+        const int fixed = 65536; // or the kernel would go on making room
+        must(setsockopt(client, SOL_SOCKET, SO_RCVBUF, &fixed, sizeof fixed));
+        must(setsockopt(server_fd, SOL_SOCKET, SO_SNDBUF, &fixed, sizeof fixed));
+        std::uint64_t total = 0;
+        for (bool full = false; !full;) {
+            const bool was_shut = is_window_shut();
+            const std::uint64_t more = SendWhatFits();
+            full = was_shut && more == 0;
+            total += more;
+            if (!full) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return total;
+    }
+
+private:
+    std::uint64_t SendWhatFits() const {
         std::uint64_t total = 0;
         const std::string block(65536, 'x');
         for (ssize_t done = 0;
@@ -110,7 +130,15 @@ public:
         return total;
     }
 
-private:
+    // While an acknowledgement is still to come (it may be delayed by 40 ms), or the client's
+    // window has a rest that the kernel fills in a fifth of a second, room may appear.
+    bool is_window_shut() const {
+        tcp_info state{};
+        socklen_t length = sizeof state;
+        must(getsockopt(server_fd, IPPROTO_TCP, TCP_INFO, &state, &length));
+        return state.tcpi_unacked == 0 && state.tcpi_snd_wnd == 0;
+    }
+
     // A step without which there is no test.
     static int must(ssize_t result) {
         if (result == -1) std::abort();

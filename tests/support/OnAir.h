@@ -146,21 +146,8 @@ public:
         static const std::regex SESSION("__quill_sess=[^;]*");
         return std::regex_replace(pair.ReceiveWaiting(), SESSION, "__quill_sess=ID");
     }
-    // Fills the way to the client, so that the server's next send takes nothing. The count. What
-    // the client has to say it says before: its packets would tell of new room.
-    std::uint64_t StopReading() const {
-        const int fixed = 65536; // or the kernel would go on making room
-        setsockopt(pair.client, SOL_SOCKET, SO_RCVBUF, &fixed, sizeof fixed);
-        setsockopt(pair.server_fd, SOL_SOCKET, SO_SNDBUF, &fixed, sizeof fixed);
-        std::uint64_t total = 0;
-        for (int quiet = 0; quiet < 3; ++quiet) {
-            const std::uint64_t more = pair.FillTowardsClient();
-            if (more > 0) quiet = 0;
-            total += more;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5)); // the kernel makes room
-        }
-        return total;
-    }
+    // The client takes no more: the server's next send meets EAGAIN. What is in the way to it.
+    std::uint64_t StopReading() const { return pair.FillTowardsClient(); }
     // Whether the server has closed, with nothing left to read.
     bool IsClosed() const {
         char byte = 0;
