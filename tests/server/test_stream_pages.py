@@ -23,8 +23,8 @@ def start(start_server, settings=MOUNTS, **options):
     return start_server(settings, users=USERS, console=True, **options)
 
 
-def page(server, target, user=None):
-    answer = panel.page(server, target, user)
+def page(server, target, user=None, **options):
+    answer = panel.page(server, target, user, **options)
     assert answer.status == 200, answer.head
     return Page(answer.text)
 
@@ -425,6 +425,11 @@ def test_change_is_saved_without_being_told(start_server):
 # ---- large pages -----------------------------------------------------------------------------------------------------
 
 PACKETS = 2000  # of 500 bytes, which make a page of some 3 MB
+LONG = 120  # seconds for it, with a sanitizer on a busy machine
+
+
+def dump_page(server):
+    return page(server, "/admin/stream/1/?rpb=y", ADMIN, within=LONG)
 
 
 @contextlib.contextmanager
@@ -433,14 +438,14 @@ def full_buffer(start_server):
     with HttpSource(server, "/live", content_type="application/test", headers=PROPERTIES) as source:
         server.wait_source()
         source.push(b"a" * 500 * PACKETS)
-        dump = lambda: page(server, "/admin/stream/1/?rpb=y", ADMIN).figures.get("Packet Buffer Size:", "")
-        server.wait_until(lambda: int((dump() or "0").split()[0]) > PACKETS - 20, complaint="the buffer is not full")
+        packets = lambda: int(dump_page(server).figures.get("Packet Buffer Size:", "0").split()[0])
+        server.wait_until(lambda: packets() > PACKETS - 20, within=LONG, complaint="the buffer is not full")
         yield server
 
 
 def test_dump_of_all_packets_arrives_whole(start_server):
     with full_buffer(start_server) as server:
-        dump = page(server, "/admin/stream/1/?rpb=y", ADMIN)
+        dump = dump_page(server)
         packets = [cells for cells in dump.rows if cells[0] == "0 Raw PacketBuffer Sz 500:"]
         assert len(packets) > PACKETS - 20
         assert all(cells[1] == "61 " * 500 for cells in packets)
