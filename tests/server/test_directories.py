@@ -6,7 +6,7 @@ import time
 import pytest
 
 from harness.directory import MANNERS, Directory, close_at_once, head, keep_silent, silent_when_removed
-from harness.listing import assert_source_returns, listings, on_air, wait_free, wait_status
+from harness.listing import assert_source_returns, listings, on_air, wait_status
 from harness.panel import post
 from harness.server import mount
 from harness.station import PROPERTIES, listening, push_until_heard, status_of
@@ -78,7 +78,7 @@ def test_source_that_comes_back_is_added_again(start_server, directory):
         with on_air(server, count=count):
             directory.wait_call("touch", count)
         directory.wait_call("remove", count)
-        wait_free(server)
+        server.wait_source_gone(count)
     assert directory.actions() == ["add", "touch", "remove"] * 3
 
 
@@ -176,7 +176,7 @@ def test_odd_answers_leave_the_stream_alone(start_server, directory, name):
         assert ">No<" in listings(server)
         push_until_heard(source, ear, 300)
         assert directory.actions() == ["add"]
-    wait_free(server)
+    server.wait_source_gone()
     with on_air(server, count=2):
         directory.wait_call("add", 2)
 

@@ -361,12 +361,18 @@ def test_line_without_a_default_mount(start_server, target, body):
 
 # ---- the long poll -----------------------------------------------------------------------------------------------------
 
+def start_polls(server, connections, target="/status.json?wfc=y"):
+    """Long polls, which have been seen to wait."""
+    for connection in connections:
+        connection.send(request_text("GET", target))
+    server.wait_read(connections)
+    assert connections[-1].receive_for(QUIET) == b""
+
+
 @contextlib.contextmanager
 def poll(server, target="/status.json?wfc=y"):
-    """A long poll that has been seen to wait."""
     with Connection(server.port) as connection:
-        connection.send(request_text("GET", target))
-        assert connection.receive_for(QUIET) == b""
+        start_polls(server, [connection], target)
         yield connection
 
 
@@ -419,8 +425,7 @@ def test_poll_of_one_mount_does_not_see_the_others(start_server):
 def test_poll_keeps_its_connection(start_server):
     with on_air(start_server) as (server, _), Connection(server.port) as connection:
         for title in (b"One", b"Two"):
-            connection.send(request_text("GET", "/status.json?wfc=y"))
-            assert connection.receive_for(QUIET) == b""
+            start_polls(server, [connection])
             set_title(server, title)
             assert source_in(read_json(answered(connection)))["meta_song"] == title.decode()
 
@@ -429,9 +434,7 @@ def test_poll_that_is_given_up_is_let_go(start_server):
     with on_air(start_server) as (server, _):
         before = open_sockets(server)
         polls = [Connection(server.port) for _ in range(50)]
-        for connection in polls:
-            connection.send(request_text("GET", "/status.json?wfc=y"))
-        assert polls[-1].receive_for(QUIET) == b""
+        start_polls(server, polls)
         assert open_sockets(server) == before + 50
         for connection in polls:
             connection.close()
@@ -451,9 +454,7 @@ def test_many_polls_leave_a_stream_untouched(start_server):
     with on_air(start_server) as (server, source), contextlib.ExitStack() as stack:
         listener = stack.enter_context(listening(server))
         polls = [stack.enter_context(Connection(server.port)) for _ in range(count)]
-        for connection in polls:
-            connection.send(request_text("GET", "/status.json?wfc=y"))
-        assert polls[-1].receive_for(QUIET) == b""
+        start_polls(server, polls)
         stream = media.join(media.mp3_frames(400))
         source.push(stream[:len(stream) // 2])
         set_title(server, b"For all")

@@ -165,6 +165,7 @@ def test_burst_is_the_newest_whole_frames_below_the_limit(start_server, content_
         server.wait_source()
         with Listener(server, "/live") as first, Listener(server, "/live") as watcher:
             source.push(b"".join(stream))
+            server.wait_read([source.connection])
             heard = len(first.audio_until(lambda: len(first._audio) > 250000)) + len(first.receive_for(1))
             assert watcher.audio(heard)[:len(stream[0])] == stream[0]
             with Listener(server, "/live") as late:
@@ -181,6 +182,7 @@ def test_burst_of_a_format_without_frames_is_five_hundred_byte_packets(start_ser
         server.wait_source()
         with Listener(server, "/live") as first:
             source.push(stream)
+            server.wait_read([source.connection])
             heard = len(first.audio_until(lambda: len(first._audio) > 40000)) + len(first.receive_for(1))
         with Listener(server, "/live") as late:
             assert late.receive_for(1) == stream[:heard]

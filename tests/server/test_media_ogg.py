@@ -138,7 +138,7 @@ def test_returning_source_begins_a_new_header_group(start_server):
     with on_air(server) as source, Listener(server, "/live") as first:
         source.push(b"".join(media.vorbis_headers(1) + pages(1, 100)))
         hear_all(server, source, first, 40)
-    server.wait_log("> Source Disconnected")
+    server.wait_source_gone()
     with HttpSource(server, "/live", content_type="application/ogg") as source:
         server.wait_source(2)
         with Listener(server, "/live") as first:

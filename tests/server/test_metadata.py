@@ -158,7 +158,7 @@ def test_block_that_is_none_ends_the_source(start_server, words):
         with contextlib.suppress(OSError):
             on_air.send(80)
         server.wait_log("<127.0.0.1> ACK Couldn't read meta packet!")
-        server.wait_log("> Source Disconnected")
+        server.wait_source_gone()
         assert on_air.source.connection.ends_within(PATIENCE)
 
 

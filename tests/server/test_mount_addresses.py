@@ -94,13 +94,13 @@ def test_listener_goes_to_and_fro_between_two_mounts_that_back_each_other_up(sta
         listener = stack.enter_context(Listener(server, "/live"))
         push_until_heard(live_source, listener, 0)
         live_source.stop()
-        server.wait_log("> Source Disconnected")
+        server.wait_source_gone()
         push_until_heard(spare, listener, 1000)
         live_source = stack.enter_context(HttpSource(server, "/live"))
         server.wait_source(3)
         push_until_heard(live_source, listener, 2000)
         spare.stop()
-        server.wait_log("> Source Disconnected", 2)
+        server.wait_source_gone(2, "/spare")
         push_until_heard(live_source, listener, 3000)
 
 
@@ -147,7 +147,7 @@ def test_mount_that_backs_itself_up_keeps_its_listeners_waiting(start_server):
         with Listener(server, "/live") as listener:
             push_until_heard(source, listener, 0)
             source.stop()
-            server.wait_log("> Source Disconnected")
+            server.wait_source_gone()
             with HttpSource(server, "/live") as again:
                 server.wait_source(2)
                 push_until_heard(again, listener, 1000)

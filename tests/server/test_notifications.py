@@ -147,7 +147,7 @@ def test_mount_or_its_fallback_is_chosen_when_the_answer_is_in(start_server, app
                 other = Knock(server)
                 application.wait_call("listener_add", 2)
             with other:
-                server.wait_log("> Source Disconnected")
+                server.wait_source_gone()
                 answers.set()
                 assert other.receive_head().get("icy-name") == "Spare"
 
@@ -276,7 +276,7 @@ def test_source_is_heard_while_the_application_is_silent(start_server, applicati
             with listening(server) as ear:
                 source.push(frames(100, 1000))
                 ear.audio_from(frames(1, 1000), FRAME)
-        server.wait_log("> Source Disconnected", visit + 1)
+        server.wait_source_gone(visit + 1)
     application.wait_call("listener_remove", 3)
     assert application.actions().count("mount_add") == 1, "a mount's news kept no order"
 

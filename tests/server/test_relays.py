@@ -8,7 +8,7 @@ import time
 
 import pytest
 
-from harness import media
+from harness import media, tcp_table
 from harness.application import Application
 from harness.client import fetch
 from harness.compare import PROBE, assert_heard
@@ -194,6 +194,7 @@ def test_relay_taken_away_by_a_reload_lets_sources_in(start_server):
         reload(server, text)
         master.stop()
     server.wait_log("> Relay Disconnected ")
+    server.wait_until(lambda: not server.is_on_the_air("/live"), complaint="the relay stays connected")
     with HttpSource(server, "/live") as own:
         server.wait_source()
         own.push(frames(100))
@@ -282,9 +283,8 @@ def full_server():
 
 
 def calls_under_way(port):
-    """How many wait for a connection to this port (proc(5): the far end, then state 02)."""
-    lines = map(str.split, pathlib.Path("/proc/net/tcp").read_text().splitlines()[1:])
-    return sum(words[2].endswith(f":{port:04X}") and words[3] == "02" for words in lines)
+    """How many wait for a connection to this port."""
+    return sum(entry.peer_port == port and entry.state == tcp_table.SYN_SENT for entry in tcp_table.entries())
 
 
 @contextlib.contextmanager

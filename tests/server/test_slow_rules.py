@@ -9,7 +9,7 @@ import time
 
 import pytest
 
-from harness import media
+from harness import media, tcp_table
 from harness.client import Connection, fetch, request_text
 from harness.listener import Listener
 from harness.markup import Page
@@ -176,7 +176,7 @@ def listener_of_a_source_that_leaves(server, stack):
         listener = stack.enter_context(Listener(server, "/live"))
         source.push(stream)
         assert listener.audio(16000) == stream[:16000]
-    server.wait_log("> Source Disconnected")
+    server.wait_source_gone()
     return listener
 
 
@@ -267,9 +267,5 @@ def fill_the_way_to(deaf, server, source):
 
 
 def unsent_bytes(port, peer):
-    """The bytes that the system holds for a local connection (proc(5): addresses, state, send and receive queue)."""
-    with open("/proc/net/tcp") as table:
-        for words in map(str.split, table):
-            if words[1].endswith(f":{port:04X}") and words[2].endswith(f":{peer:04X}"):
-                return int(words[4].split(":")[0], 16)
-    return 0
+    """The bytes that the system holds for a local connection."""
+    return sum(entry.unsent for entry in tcp_table.entries() if (entry.port, entry.peer_port) == (port, peer))

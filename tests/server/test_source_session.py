@@ -74,7 +74,7 @@ def test_properties_of_the_former_source_do_not_stay(start_server):
     server = start_server(mount("/live"))
     with IcySource(server, headers={"icy-name": "First", "icy-br": "96", "icy-url": "http://x/"}):
         server.wait_source()
-    server.wait_log("> Source Disconnected")
+    server.wait_source_gone()
     with IcySource(server):
         server.wait_source(2)
         head = listener_head(server)
@@ -99,7 +99,7 @@ def test_source_that_closes_leaves_gracefully(start_server):
     server = start_server(mount("/live"))
     with HttpSource(server, "/live"):
         server.wait_source()
-    server.wait_log(f"<127.0.0.1> Source Disconnected Gracefully (A: 127.0.0.1:{server.port}/live)")
+    assert server.wait_source_gone() == f"<127.0.0.1> Source Disconnected Gracefully (A: 127.0.0.1:{server.port}/live)"
     assert fetch(server.port, "/live").status == 503
 
 
@@ -151,7 +151,7 @@ def test_mount_serves_one_source_after_the_other(start_server):
             server.wait_source(turn)
             with Listener(server, "/live") as listener:
                 push_until_heard(source, listener, 1000 * turn)
-        server.wait_log("> Source Disconnected Gracefully", turn)
+        server.wait_source_gone(turn)
 
 
 def test_disabling_a_mount_in_the_file_ends_source_and_listeners(start_server):
@@ -188,7 +188,7 @@ def test_listeners_of_a_source_that_returns_with_the_same_type_go_on(start_serve
         server.wait_source()
         listener = Listener(server, "/live")
         push_until_heard(source, listener, 0)
-    server.wait_log("> Source Disconnected")
+    server.wait_source_gone()
     with listener, HttpSource(server, "/live") as source:
         server.wait_source(2)
         push_until_heard(source, listener, 100)
@@ -200,7 +200,7 @@ def test_frames_of_the_former_source_are_still_in_the_burst(start_server):
         server.wait_source()
         with Listener(server, "/live") as listener:
             push_until_heard(source, listener, 0)
-    server.wait_log("> Source Disconnected")
+    server.wait_source_gone()
     with HttpSource(server, "/live"):
         server.wait_source(2)
         with Listener(server, "/live") as listener:
@@ -213,7 +213,7 @@ def test_source_of_another_type_starts_anew_and_old_listeners_hear_no_more(start
         server.wait_source()
         old = Listener(server, "/live")
         push_until_heard(source, old, 0)
-    server.wait_log("> Source Disconnected")
+    server.wait_source_gone()
     with old, HttpSource(server, "/live", content_type="audio/aac") as source:
         server.wait_source(2)
         stream = media.join(media.adts_frames(60))
@@ -235,7 +235,7 @@ def test_next_source_may_frame_its_body_otherwise(start_server, first, second):
         server.wait_source()
         listener = Listener(server, "/live")
         push_until_heard(source, listener, 0)
-    server.wait_log("> Source Disconnected")
+    server.wait_source_gone()
     stream = frames(120, first=100)
     with listener, HttpSource(server, "/live", **second) as source:
         server.wait_source(2)
@@ -251,7 +251,7 @@ def test_next_icy_source_may_have_another_metadata_interval(start_server, first,
         server.wait_source()
         listener = Listener(server, "/live")
         push_until_heard(source, listener, 0)
-    server.wait_log("> Source Disconnected")
+    server.wait_source_gone()
     stream = frames(120, first=100)
     with listener, IcySource(server, metaint=second) as source:
         server.wait_source(2)
@@ -265,7 +265,7 @@ def test_chunked_source_may_follow_one_with_metadata_blocks(start_server):
         server.wait_source()
         listener = Listener(server, "/live")
         push_until_heard(source, listener, 0)
-    server.wait_log("> Source Disconnected")
+    server.wait_source_gone()
     stream = frames(120, first=100)
     with listener, HttpSource(server, "/live", **CHUNKED) as source:
         server.wait_source(2)
@@ -291,7 +291,7 @@ def test_listener_waits_for_ever_with_client_timeout_zero(start_server):
         server.wait_source()
         listener = Listener(server, "/live")
         push_until_heard(source, listener, 0)
-    server.wait_log("> Source Disconnected")
+    server.wait_source_gone()
     with listener:
         assert not listener.ends_within(4)
 

@@ -239,7 +239,7 @@ def test_kick_drops_the_source_and_keeps_the_mount(start_server):
     with on_air(server, "/live", "/more") as (live, more):
         act(server, "Kick", "/live")
         assert live.connection.ends_within(10)
-        server.wait_log("Source Disconnected")
+        server.wait_source_gone()
         assert page(server, "/view/2/").figures["Stream Status:"].startswith("more is online")
     assert accepts_source(server, "/live")
 

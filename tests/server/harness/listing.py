@@ -4,7 +4,7 @@ import contextlib
 from .client import basic, fetch
 from .server import ADMIN
 from .source import HttpSource
-from .station import PROPERTIES, frames, listening, push_until_heard, status_of
+from .station import PROPERTIES, frames, listening, push_until_heard
 
 
 @contextlib.contextmanager
@@ -26,14 +26,9 @@ def wait_status(server, words):
     server.wait_until(lambda: words in listings(server), complaint=f"the list of directories never said {words!r}")
 
 
-def wait_free(server):
-    """Until the mount has let go of its source, and would take another."""
-    server.wait_until(lambda: status_of(server) != 200, complaint="the mount stays connected")
-
-
 def assert_source_returns(server, directory):
     """The mount takes a second source, which is heard and listed again."""
-    wait_free(server)
+    server.wait_source_gone()
     with on_air(server, count=2) as source, listening(server) as ear:
         push_until_heard(source, ear, 300)
         directory.wait_call("add", 2)

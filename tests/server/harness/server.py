@@ -1,5 +1,6 @@
 """The program under test, in a directory of its own."""
 import ctypes
+import json
 import os
 import pathlib
 import re
@@ -8,6 +9,8 @@ import socket
 import subprocess
 import time
 
+from . import tcp_table
+from .client import fetch
 from .ports import PortBlock
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
@@ -124,6 +127,23 @@ class Server:
     def wait_source(self, count=1):
         """Until a mount has taken a source for the `count`th time; gives the line of the event log."""
         return self.wait_log("> Source Connected (A: ", count)
+
+    def wait_source_gone(self, count=1, address="/live"):
+        """Until a source has left for the `count`th time and the mount would take another; gives the line of the log."""
+        line = self.wait_log("> Source Disconnected ", count)
+        self.wait_until(lambda: not self.is_on_the_air(address), complaint=f"{address} stays connected")
+        return line
+
+    def wait_read(self, connections):
+        """Until the program has taken all that these connections have sent."""
+        ports = {connection.local_port for connection in connections}
+        self.wait_until(
+            lambda: not any(entry.port == self.port and entry.peer_port in ports and entry.unread
+                            for entry in tcp_table.entries()), complaint="it does not read")
+
+    def is_on_the_air(self, address):
+        document = json.loads(fetch(self.port, "/admin/status.json", user=ADMIN).text)
+        return any(source["mount"] == address and source["status"] == 1 for source in document.get("sources", []))
 
     def listener_log(self, name="quillwave-w3c.log"):
         """The records of the listener log, each a dictionary by the names of its "#Fields" line."""
@@ -291,15 +311,8 @@ class Daemon(Server):
 
 
 def is_listening(port):
-    """Whether any socket of this machine listens at the port (proc(5): local address, then state 0A)."""
-    for table in ("/proc/net/tcp", "/proc/net/tcp6"):
-        try:
-            lines = pathlib.Path(table).read_text().splitlines()[1:]
-        except FileNotFoundError:
-            continue
-        if any(words[1].endswith(f":{port:04X}") and words[3] == "0A" for words in map(str.split, lines)):
-            return True
-    return False
+    """Whether any socket of this machine listens at the port."""
+    return any(entry.port == port and entry.state == tcp_table.LISTEN for entry in tcp_table.entries())
 
 
 def accepts(host, port):
