@@ -5,7 +5,9 @@ import time
 
 import pytest
 
+from harness import tcp_table
 from harness.client import Connection, fetch
+from harness.operator import CONF
 from harness.server import ADMIN, accepts
 
 
@@ -61,6 +63,33 @@ def test_source_port_equal_to_the_largest_port_base_moves_on(start_server):
     assert f"SCSourcePort={server.port + 6}" in settings_after_save(server)
 
 
+@pytest.mark.parametrize("source_port", [None, 0])
+def test_source_port_that_is_not_set_listens_behind_the_largest_port_base(start_server, source_port):
+    server = start_server(lambda s: [("PortBase", [s.spare_ports[4], s.port]), ("SCSourcePort", source_port)])
+    largest = server.spare_ports[4]
+    server.wait_log("Server Bound 3 sockets")
+    assert listening_lines(server) == [f"127.0.0.1:{port}" for port in (largest, server.port, largest + 1)]
+    assert fetch(largest + 1, "/nowhere").status == 404
+    assert not accepts(server.host, server.port + 1)
+    server.stop()  # does the save that is pending
+    assert [line for line in server.read(CONF).splitlines() if "Source" in line] == [f"SCSourcePort={largest + 1}"]
+
+
+def test_source_port_behind_the_last_port_of_all_is_zero_and_left_to_the_system(start_server):
+    def address(server):  # nobody else's, as the port is the same in every run
+        return f"127.{server.port // 256}.{server.port % 256}.1"
+    server = start_server(lambda s: [("PortBase", 65535), ("ServIP", address(s)), ("SCSourcePort", None)], wait=False)
+    server.wait_log("Server Bound 2 sockets")
+    host = address(server)
+    last, (chosen_host, chosen) = [line.split(":") for line in listening_lines(server)]
+    assert last == [host, "65535"]
+    assert chosen_host == host and chosen not in ("0", "65535")
+    for port in (65535, int(chosen)):
+        assert fetch(port, "/nowhere", host=host).status == 404
+    server.stop()  # does the save that is pending
+    assert "SCSourcePort=0" in server.read(CONF).splitlines()
+
+
 def test_source_port_of_its_own_is_bound_and_changes_nothing(start_server):
     server = start_server(lambda s: [("PortBase", s.port), ("SCSourcePort", s.port + 7)])
     server.wait_log("Server Bound 2 sockets")
@@ -91,6 +120,18 @@ def test_any_is_the_wildcard(start_server, any_address):
     server.wait_log("Server Bound 2 sockets")
     assert listening_lines(server) == [f"0.0.0.0:{server.port}", f"0.0.0.0:{server.source_port}"]
     assert fetch(server.port, "/nowhere", host="127.0.0.9").status == 404
+
+
+@pytest.mark.parametrize("family", ["inet", "INet", "INET"])
+def test_inet_is_one_ipv4_socket_for_each_port(start_server, family):
+    server = start_server([("ServIP", None), ("ServProtocolFamily", family)])
+    server.wait_log("Server Bound 2 sockets")
+    ports = [server.port, server.source_port]
+    assert listening_lines(server) == [f"0.0.0.0:{port}" for port in ports]
+    listening = [entry.port for entry in tcp_table.entries() if entry.state == tcp_table.LISTEN and entry.port in ports]
+    assert sorted(listening) == ports
+    # A socket of the other family that was tried in vain would have left one of these.
+    assert not [line for line in server.log_lines() if line.startswith(("Warning: Unable to bind", "Error initializing"))]
 
 
 def test_family_is_open_by_default(start_server):

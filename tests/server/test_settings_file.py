@@ -9,7 +9,8 @@ from harness import media
 from harness.client import Connection, fetch
 from harness.listener import Listener
 from harness.operator import CONF, comes_true, lines_of, reload, save
-from harness.server import PATIENCE, mount
+from harness.panel import post
+from harness.server import ADMIN, PATIENCE, mount
 from harness.source import HttpSource
 from harness.station import status_of
 
@@ -350,6 +351,30 @@ def test_file_that_includes_itself_is_read_once(start_server):
 def test_line_numbers_of_warnings_are_those_of_the_included_file(start_server):
     server = with_include(start_server, "include=old.conf\n", old="; one\n; two\nSourceName=x\n")
     server.wait_log("Configuration Warning: Source definition SourceName is missing its index at line 3, ignored.")
+
+
+PANEL = f"AdminUser={ADMIN[0]}\nAdminPass={ADMIN[1]}\n"
+
+
+def test_key_added_on_the_panel_stands_at_the_end_of_the_main_file(start_server):
+    text = PANEL + "include=more.conf\n; behind\nClientTimeout=40\nDefaultIPUserMax=3\nSourceMount2=/own\n; the end\n"
+    more = "; more\nYPLog=no\nDefaultMetaInterval=3000\nSourceMount1=/live\n; end of more\n"
+    server = with_include(start_server, text, more=more)
+    post(server, "/admin/configure_defaults", {"action": "Save", "UserMax": "7"})
+    post(server, "/admin/configure", {"action": "Save", "Hostname": "here.example"})
+    save(server)
+    assert server.read("more.conf") == more
+    assert server.read(CONF) == settings_of(server) + text + "Hostname=here.example\nDefaultUserMax=7\n"
+
+
+def test_key_added_on_the_panel_to_an_included_mount_stands_with_its_mount(start_server):
+    text = PANEL + "include=more.conf\n; behind\nClientTimeout=40\n"
+    more = "; more\nSourceMount1=/live\n; end of more\n"
+    server = with_include(start_server, text, more=more)
+    post(server, "/admin/stream/1/configure", {"action": "Save", "UserMax": "7"})
+    save(server)
+    assert server.read("more.conf") == more.replace("/live\n", "/live\nSourceUserMax1=7\n")
+    assert server.read(CONF) == settings_of(server) + text
 
 
 # ---- the automatic save ----------------------------------------------------------------------------------------------

@@ -1,5 +1,6 @@
 """The pages of settings: who may change what, what it does at once, and what reaches the file."""
 import re
+import time
 
 import pytest
 
@@ -112,6 +113,34 @@ def test_a_new_key_is_there_after_the_next_start(start_server):
     server.stop()
     server.start()
     assert values(server, LIVE) == {"UserMax": "5", "IPUserMax": "2", "Note": "été & <i>"}
+
+
+def saves_in_full(server):
+    """How often the log tells of a save. Equal lines that follow each other are one there, and a count before the next."""
+    count, saved = 0, False
+    for line in server.log_lines():
+        repeated = re.fullmatch(r"Last message repeated (\d+) times", line)
+        if repeated and saved:
+            count += int(repeated[1])
+        saved = line == f"Configuration saved to {CONF}"
+        count += saved
+    return count
+
+
+@pytest.mark.waits(8 + SAVED)
+def test_changes_in_a_row_are_saved_once_seconds_after_the_last(start_server):
+    server = station(start_server)
+    box, _ = settings_of(page(server, LIVE, ONE))["UserMax"]
+    asked, late = [time.monotonic()], 0
+    for number in range(5):
+        time.sleep(max(asked[0] + 2 * number - time.monotonic(), 0))
+        asked.append(time.monotonic())
+        post(server, LIVE, {"action": "Save", box: f"1{number}"}, ONE)
+        late += time.monotonic() - asked[-2] > 5  # a machine that stands still so long has a save between
+    wait_saved(server, "SourceUserMax1=14")
+    assert late or time.monotonic() - asked[-1] > 4.5
+    server.stop()  # does a save that is pending still
+    assert 1 <= saves_in_full(server) <= 1 + late
 
 
 # ---- the form --------------------------------------------------------------------------------------------------------
