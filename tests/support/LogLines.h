@@ -22,10 +22,10 @@ public:
     LogLines(const LogLines&) = delete;
     LogLines& operator=(const LogLines&) = delete;
 
-    // Whether a line that holds this text is there, or comes within five seconds.
-    bool Wait(const std::string& text) {
+    // Whether so many lines that hold this text are there, or come within five seconds.
+    bool Wait(const std::string& text, int wanted = 1) {
         for (int tries = 0; tries < 500; ++tries) {
-            if (Count(text) > 0) return true;
+            if (Count(text) >= wanted) return true;
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         return false;
