@@ -175,6 +175,8 @@ public:
         EXCLUDES(receivers_lock, settings_lock);
     void UnregisterReceiver(const std::shared_ptr<Receiver>& receiver) EXCLUDES(receivers_lock);
     std::vector<std::shared_ptr<Receiver>> GetReceiverList() const EXCLUDES(receivers_lock);
+    // Sends all of them away, also those who hear the fallback.
+    void KickReceivers() EXCLUDES(receivers_lock);
 
     // ---- Figures and songs (MountStatistics.cpp) ----
     MountStatistics GetMountStatistics() const EXCLUDES(settings_lock);
@@ -301,7 +303,6 @@ private:
     void count_in(const std::shared_ptr<Receiver>& receiver) REQUIRES(receivers_lock);
     bool count_out(const Receiver& receiver, std::uint64_t seconds) EXCLUDES(receivers_lock);
     void count_out_ip(const std::string& ip) REQUIRES(receivers_lock);
-    void kick_receivers() EXCLUDES(receivers_lock);
 
     // MountStatistics.cpp
     void add_session(std::uint64_t seconds) REQUIRES(receivers_lock);

@@ -136,6 +136,7 @@ void MountList::Remove(const std::shared_ptr<Mount>& mount) {
     // Whoever removes it a second time finds its section and its id with a mount that came later.
     if (!is_listed(*mount) || !mount->Dismiss()) return;
     mount->WaitForStop();
+    mount->KickReceivers(); // a disabled one has no thread to do it, but a fallback to be heard
     mount->DeleteConfigNode();
     UserList::MountRemoved(mount->GetID());
     erase(*mount);

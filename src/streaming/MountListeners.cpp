@@ -199,7 +199,7 @@ std::vector<std::shared_ptr<Receiver>> Mount::GetReceiverList() const {
     return all;
 }
 
-void Mount::kick_receivers() {
+void Mount::KickReceivers() {
     spin_guard guard(receivers_lock);
     for (const auto& [uuid, listener] : receivers)
         listener->Kick();

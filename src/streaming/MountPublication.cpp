@@ -26,6 +26,10 @@ void Mount::start_publication() {
     if (!connected || !Public() || publication->IsRunning()) return;
     publication->SetMount(shared_from_this());
     publication->Start();
+    if (connected) return;
+    // The source left meanwhile, and may have ended its listing before this began.
+    publication->WaitForStop([] { return true; });
+    start_publication(); // for one that has come since and found this running
 }
 
 // Whoever changes a setting may be on the pool, which does the pages' work: nobody waits here.

@@ -234,5 +234,5 @@ void Mount::close_down() {
     cleanup_buffer();
     drop_request(nullptr);
     LogWrite(2) << "Closing Mount " << address << " down" << std::endl;
-    kick_receivers();
+    KickReceivers();
 }

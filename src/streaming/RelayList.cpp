@@ -12,6 +12,7 @@ void RelayList::Add(const std::string& address) {
 void RelayList::Set(const std::string& old_address, const std::string& new_address) {
     const auto place = find(old_address);
     if (place == addresses.end()) return Add(new_address);
+    if (old_address == new_address) return;
     if (new_address.empty() || find(new_address) != addresses.end()) return Remove(old_address);
     const std::string in_turn = Current();
     *place = new_address;

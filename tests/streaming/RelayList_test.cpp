@@ -56,6 +56,13 @@ TEST(RelayList, AnAddressChangedIntoOneThatIsThereJustGoes) {
     EXPECT_TRUE(relays.empty());
 }
 
+TEST(RelayList, AnAddressChangedIntoItselfStays) {
+    RelayList relays;
+    relays.Add("http://a");
+    relays.Set("http://a", "http://a");
+    EXPECT_EQ(relays.Current(), "http://a");
+}
+
 TEST(RelayList, ChangingAnUnknownAddressAddsTheNewOne) {
     RelayList relays;
     relays.Set("http://a", "http://b");
