@@ -6,6 +6,7 @@
 #include "core/ThreadPoolWork.h"
 
 #include <algorithm>
+#include <iterator>
 #include <unordered_map>
 
 namespace {
@@ -60,6 +61,7 @@ void ThreadPool::Remove(WorkPointer work) { work_to_rem.push(std::move(work)); }
 void ThreadPool::AddWork(WorkPointer work, Priority priority) {
     if (priority > LOW) return;
     std::lock_guard guard(ntMutex);
+    if (!working) return; // nobody would do it
     queues[priority].push_back(std::move(work));
     wake_workers(1);
 }
@@ -98,11 +100,12 @@ void ThreadPool::WaitForStop() {
 void ThreadPool::manage() {
     SetThreadName("ThreadPool Manager");
     while (!stop_signal) {
+        const Clock::time_point started = Clock::now();
         // Before the additions, so that each of these has been added by the time it is taken out.
         const std::deque<WorkPointer> removals = all_of(work_to_rem);
         take_added();
         take_out(removals);
-        run_cycle();
+        run_cycle(started);
     }
     stop_all_work();
     end_workers();
@@ -127,8 +130,7 @@ void ThreadPool::take_out(const std::deque<WorkPointer>& removals) {
     });
 }
 
-void ThreadPool::run_cycle() {
-    const Clock::time_point started = Clock::now();
+void ThreadPool::run_cycle(Clock::time_point started) {
     have_list_polled();
     if (keep_duration(started)) sleep_until_stop(started + CYCLE);
 }
@@ -166,8 +168,9 @@ void ThreadPool::stop_all_work() {
         work->SignalStop();
     all_of(work_to_add); // never registered: released without a signal
     while (!registered.empty()) {
+        const Clock::time_point started = Clock::now();
         take_out(all_of(work_to_rem));
-        run_cycle();
+        run_cycle(started);
     }
 }
 
@@ -181,8 +184,9 @@ void ThreadPool::end_workers() {
 void ThreadPool::drop_leftovers() {
     all_of(work_to_add);
     all_of(work_to_rem);
-    for (std::deque<WorkPointer>& queue : queues)
-        queue.clear();
+    std::deque<WorkPointer> left[std::size(queues)]; // released without the lock
+    std::lock_guard guard(ntMutex);
+    std::ranges::swap_ranges(queues, left);
 }
 
 // ---- Workers ------------------------------------------------------------------------------------

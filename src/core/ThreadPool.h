@@ -63,7 +63,7 @@ private:
     static void manage();
     static void take_added();
     static void take_out(const std::deque<WorkPointer>& removals);
-    static void run_cycle();
+    static void run_cycle(Clock::time_point started);
     static void have_list_polled();
     static bool keep_duration(Clock::time_point started);
     static void sleep_until_stop(Clock::time_point end);

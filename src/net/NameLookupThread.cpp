@@ -48,9 +48,10 @@ void NameLookupThread::Init() {
 void NameLookupThread::Start() {
     if (started) return; // at once, though another may be waiting for the end of a lookup
     const std::lock_guard guard(thread_lock);
-    if (started.exchange(true)) return;
+    if (started) return;
     stop = false;
     lookup_thread = std::thread(ProcessLookups);
+    started = true; // not before there is a thread
 }
 
 void NameLookupThread::SignalStop() { stop = true; }

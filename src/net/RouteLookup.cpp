@@ -19,13 +19,14 @@ public:
     std::shared_ptr<RouteLookup> Join(std::shared_ptr<RouteLookup> lookup) {
         std::lock_guard guard(mutex);
         const auto [place, is_new] = under_way.emplace(lookup->words(), lookup);
-        if (!is_new) return place->second;
-        waiting.push_back(lookup);
-        if (threads < MOST_THREADS) {
+        if (is_new) waiting.push_back(lookup);
+        auto joined = place->second;
+        // Also for one that waits already: when it came there may have been no thread to be had.
+        if (!waiting.empty() && threads < MOST_THREADS) {
             std::thread([self = shared_from_this()] { self->work(); }).detach();
             ++threads;
         }
-        return lookup;
+        return joined;
     }
 
 private:

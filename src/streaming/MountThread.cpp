@@ -4,6 +4,7 @@
 #include "streaming/Mount.h"
 
 #include <exception>
+#include <system_error>
 #include <utility>
 
 namespace {
@@ -56,7 +57,14 @@ void Mount::Kick() {
 std::thread Mount::start_thread() {
     if (disabled || dismissed) return {};
     stop = false;
-    std::thread next([self = shared_from_this()] { self->Process(); });
+    std::thread next;
+    try {
+        next = std::thread([self = shared_from_this()] { self->Process(); });
+    } catch (const std::system_error& fault) {
+        LogWrite(2) << "<" << address << "> Mount could not be started: " << fault.what()
+                    << std::endl;
+        return {};
+    }
     running = true;
     next.swap(thread);
     return next;

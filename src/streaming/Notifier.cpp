@@ -15,6 +15,7 @@
 #include <list>
 #include <mutex>
 #include <set>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -74,11 +75,16 @@ void Desk::Post(Call call) {
     news.notify_one();
 }
 
-// The former thread has nothing left to do, so it is joined at once.
+// The former thread has nothing left to do, so it is joined at once. Where no thread is to be had
+// the calls wait for the next try.
 void Desk::start_thread() {
     if (thread.joinable()) thread.join();
-    thread = std::thread([this] { run(); });
-    running = true;
+    try {
+        thread = std::thread([this] { run(); });
+        running = true;
+    } catch (const std::system_error& fault) {
+        LogWrite(2) << "Notifications have to wait: " << fault.what() << std::endl;
+    }
 }
 
 void Desk::WaitForStop() {

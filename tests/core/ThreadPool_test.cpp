@@ -342,6 +342,14 @@ TEST_F(ThreadPoolTest, StopWithoutWorkEndsSoon) {
     EXPECT_EQ(stopped.wait_for(5s), std::future_status::ready);
 }
 
+TEST_F(ThreadPoolTest, WhatIsQueuedBehindTheEndIsNotKept) {
+    ThreadPool::Start();
+    ThreadPool::WaitForStop();
+    const auto work = std::make_shared<CountingWork>();
+    ThreadPool::AddWork(work, ThreadPool::HIGH);
+    EXPECT_EQ(work.use_count(), 1);
+}
+
 TEST_F(ThreadPoolTest, PoolThatNeverStartedStopsAtOnceAndLetsGoOfItsWork) {
     const auto work = added();
     ThreadPool::AddWork(work, ThreadPool::HIGH);
