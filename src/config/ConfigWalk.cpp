@@ -24,6 +24,12 @@ bool read_to_end(int file, std::string& text) {
     }
 }
 
+ConfigText::Result without_text(int error) {
+    if (error == ENOENT) return ConfigText::Result::MISSING;
+    if (error == ENOTDIR || error == EISDIR) return ConfigText::Result::NO_FILE;
+    return ConfigText::Result::FAILED;
+}
+
 std::string identity_of(int file) {
     struct stat found {};
     if (fstat(file, &found) != 0) return {};
@@ -34,19 +40,17 @@ std::string identity_of(int file) {
 
 ConfigText ReadConfigFile(const std::string& path) {
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0)
-        return {.result =
-                    errno == ENOENT ? ConfigText::Result::MISSING : ConfigText::Result::FAILED};
+    if (file < 0) return {.result = without_text(errno)};
     ConfigText found{.identity = identity_of(file)};
-    found.result =
-        read_to_end(file, found.text) ? ConfigText::Result::READ : ConfigText::Result::FAILED;
+    found.result = read_to_end(file, found.text) ? ConfigText::Result::READ : without_text(errno);
     close(file);
     return found;
 }
 
 ConfigText::Result ConfigWalk::Run(const std::string& path) {
     const auto result = visit_file(path);
-    incomplete = incomplete || result == ConfigText::Result::FAILED;
+    incomplete =
+        incomplete || result == ConfigText::Result::FAILED || result == ConfigText::Result::NO_FILE;
     return result;
 }
 

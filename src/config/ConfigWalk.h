@@ -9,7 +9,8 @@
 
 // What came of opening and reading one file.
 struct ConfigText {
-    enum class Result { READ, MISSING, FAILED };
+    // NO_FILE: a folder stands there, or the path leads through a file.
+    enum class Result { READ, MISSING, NO_FILE, FAILED };
 
     Result result = Result::MISSING;
     std::string text = {};

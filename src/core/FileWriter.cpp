@@ -66,7 +66,7 @@ bool write_all(int file, std::string_view text) {
 }
 
 bool write_in_place(const std::string& path, std::string_view text) {
-    File file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    File file(open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
     return file.IsOpen() && write_all(file.Get(), text) && file.Close();
 }
 
@@ -102,6 +102,12 @@ bool replace(const std::string& path, std::string_view text, mode_t mode, const 
     return true;
 }
 
+// The folder takes no new file, or the file cannot be exchanged because it is a mount point, as
+// settings handed into a container are.
+bool is_refused_by_folder(int error) {
+    return error == EACCES || error == EPERM || error == EROFS || error == EBUSY;
+}
+
 } // namespace
 
 bool WriteFileWhole(const std::string& path, std::string_view text, mode_t mode_when_new) {
@@ -113,5 +119,6 @@ bool WriteFileWhole(const std::string& path, std::string_view text, mode_t mode_
     if (!S_ISREG(old.st_mode)) return write_in_place(target, text);
     // A rename would pass over the write protection of the file itself.
     if (faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0) return false;
-    return replace(target, text, old.st_mode & 07777, &old);
+    return replace(target, text, old.st_mode & 07777, &old) ||
+           (is_refused_by_folder(errno) && write_in_place(target, text));
 }

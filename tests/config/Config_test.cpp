@@ -208,6 +208,16 @@ TEST(Config, UnreadableFileIsNotReplaced) {
                 ElementsAre("WARNING: " + folder.Path("q.conf") + " could not be saved"));
 }
 
+TEST(Config, IncludeOfAFolderIsPassedOverAndDoesNotKeepFromSaving) {
+    const TemporaryDirectory folder;
+    std::filesystem::create_directory(folder.Path("conf.d"));
+    const std::string text =
+        "include=" + folder.Path("conf.d") + "\ninclude=" + folder.Path("q.conf/more") + "\nA=1\n";
+    folder.Write("q.conf", text);
+    EXPECT_TRUE(Config::SaveQuillwave(folder.Path("q.conf"), SettingsOf("A=1\nB=2\n")));
+    EXPECT_EQ(folder.Read("q.conf"), text + "B=2\n");
+}
+
 TEST(Config, FileThatCannotBeWrittenIsLoggedAndTheTreeStays) {
     LogLines log;
     const TemporaryDirectory folder;

@@ -131,14 +131,15 @@ TEST(FileWriter, WriteProtectedFileStaysAsItIs) {
     EXPECT_EQ(folder.Read("a"), "old");
 }
 
-TEST(FileWriter, WriteProtectedFolderLeavesTheFileAsItIs) {
+TEST(FileWriter, FileInAWriteProtectedFolderIsWrittenInPlace) {
     const TemporaryDirectory folder;
-    folder.Write("a", "old");
+    folder.Write("a", "older and longer");
     chmod(folder.Path("a").c_str(), 0666);
     chmod(folder.Path("").c_str(), 0555);
     const AsNobody nobody;
-    EXPECT_FALSE(WriteFileWhole(folder.Path("a"), "new", 0600));
-    EXPECT_EQ(folder.Read("a"), "old");
+    EXPECT_TRUE(WriteFileWhole(folder.Path("a"), "new", 0600));
+    EXPECT_EQ(folder.Read("a"), "new");
+    EXPECT_FALSE(WriteFileWhole(folder.Path("b"), "new", 0600));
 }
 
 TEST(FileWriter, FileOfAnotherOwnerBecomesOursWithItsMode) {
