@@ -67,9 +67,9 @@ int Request::take_from_socket(int peeked) {
     const std::string read_before = GetRawRequest();
     const std::size_t end = head_end(read_before, bytes);
     if (end == HEAD_GOES_ON) {
-        if (bytes.size() == buffer.size()) return grow_buffer();
         const std::uint64_t limit = most_head_bytes();
         if (read_before.size() + bytes.size() >= limit) return refuse_as_too_large(limit);
+        if (bytes.size() == buffer.size()) return grow_buffer();
         return consume(bytes.size());
     }
     const int taken = consume(end);

@@ -76,6 +76,7 @@ int Request::read_reply() {
     spin_guard guard(field_lock);
     raw_header.clear();
     message.clear();
+    headers = {};
     return IO_AGAIN;
 }
 

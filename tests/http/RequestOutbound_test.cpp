@@ -181,6 +181,16 @@ TEST_F(OutboundRequest, InterimReplyIsNotTheReply) {
     EXPECT_EQ(request->GetHeader("B"), "2");
 }
 
+TEST_F(OutboundRequest, FieldsOfAnInterimReplyAreNotKeptWhenNoneFollows) {
+    const auto request = get(server.Address());
+    {
+        const TakenCall call = send_to(server, *request);
+        call.Send("HTTP/1.1 100 Continue\r\nA: 1\r\n\r\n");
+    }
+    EXPECT_LT(initiate(*request), 1);
+    EXPECT_EQ(request->GetHeader("A"), "");
+}
+
 TEST_F(OutboundRequest, RedirectIsAReplyLikeAnyOther) {
     const auto request = get(server.Address());
     EXPECT_EQ(exchange(*request, server, "HTTP/1.1 302 Found\r\nLocation: /b\r\n\r\n"), 1);

@@ -174,6 +174,7 @@ ODD = {
     "garbage": (b"\0\xff\n\n\r\n\r\nwhat?\r\n\r\n" * 10, 451),
     "a huge head": (b"HTTP/1.1 200 OK\r\nicecast-auth-user: 1\r\nX-Much: " + b"x" * 500000 + b"\r\n\r\n", 451),
     "a redirect": (b"HTTP/1.1 302 Found\r\nLocation: /elsewhere\r\n\r\n", 451),
+    "no more than an interim answer": (b"HTTP/1.1 100 Continue\r\nicecast-auth-user: 1\r\n\r\n", 451),
     "half an answer": (b"HTTP/1.1 200 OK\r\nicecast-auth-user: 1\r\n", 451),
     "nothing": (close_at_once, 451),
 }

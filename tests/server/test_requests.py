@@ -300,6 +300,17 @@ def test_head_without_an_end_in_small_pieces_is_507(start_server):
         assert sent < 20000
 
 
+def test_head_whose_end_comes_behind_the_limit_is_507(start_server):
+    server = start_server()
+    with Connection(server.port) as connection:
+        connection.send("GET /nowhere HTTP/1.0\r\n")
+        for _ in range(18):
+            connection.send(b"X: " + b"x" * 495 + b"\r\n")
+            server.wait_read([connection])
+        connection.send(b"X: " + b"x" * 3000 + b"\r\n\r\n")
+        assert connection.receive_head().status == 507
+
+
 def test_largest_head_is_a_setting(start_server):
     server = start_server([("MaxRequestBufferSize", 32768)])
     assert Head(exchange(server, head_of(20000))).status == 404
