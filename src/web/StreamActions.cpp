@@ -1,6 +1,7 @@
 #include "web/StreamActions.h"
 
 #include "config/ConfigNode.h"
+#include "core/OSTools.h"
 #include "http/Request.h"
 #include "streaming/Mount.h"
 #include "streaming/MountList.h"
@@ -45,7 +46,8 @@ const MountAction* find_action(const MountAction (&table)[Count], const std::str
 
 // An address as it can stand in the settings file: one line, and a path. Empty when it cannot.
 std::string address_of(const std::string& field) {
-    const std::string line = one_line(field);
+    std::string line = one_line(field);
+    trim(line);
     if (line.empty()) return {};
     const std::string address = line.starts_with("/") ? line : "/" + line;
     return MountList::IsReservedAddress(address) ? "" : address;

@@ -21,10 +21,10 @@ std::optional<int> chosen_mount(const AccountPage& page) {
 bool create(const AccountPage& page, User& target) {
     const auto type = property_type(page.Field("type"));
     const auto mount = chosen_mount(page);
-    if (!type || !mount) return false;
-    target.AddProperty(*mount, page.Field("target"), *type);
-    UserList::Serialize();
-    return true;
+    const bool is_whole = type && mount;
+    if (is_whole) target.AddProperty(*mount, page.Field("target"), *type);
+    UserList::Serialize(); // Kept: in any case, as those who watch the user file know it
+    return is_whole;
 }
 
 bool act(const AccountPage& page, User& target) {

@@ -41,11 +41,12 @@ function addRow() {
 }
 )";
 
+// A line "include=" of the file is no setting: it would have the file read another.
 SettingsForm server_settings() {
     return {.heading = "Server Configuration",
             .section = Config::GetRoot(),
             .sorted = true,
-            .hidden = {"source", "default", "adminuser", "adminpass"},
+            .hidden = {"source", "default", "adminuser", "adminpass", "include"},
             .repeatable = {"directory", "portbase"},
             .known = Config::GetKnownConfigKeys()};
 }
@@ -64,6 +65,7 @@ SettingsForm mount_settings(const std::string& name, const std::shared_ptr<Confi
 // What tells mounts apart cannot hold for all of them.
 SettingsForm default_settings() {
     SettingsForm form = mount_settings("Default", Config::Get("default", false));
+    form.of_mount = false; // a line of a default has no number
     form.unfit = {"relay", "ip", "port", "isdefault"};
     return form;
 }

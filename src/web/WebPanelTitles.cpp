@@ -47,8 +47,7 @@ std::shared_ptr<METADATA> metadata_of(const Request& request) {
 
 // The login of a source in query `pass`, as "user:password", stands for that of a browser.
 int WebPanel::take_title_from_source() {
-    std::vector<std::string> login = split(request->GetQuery("pass"), ':');
-    std::erase(login, "");
+    const std::vector<std::string> login = split(request->GetQuery("pass"), ':');
     if (login.size() < 2 || !is_title_update(*request)) return GO_ON;
     const auto mount = MountList::GetActiveMountCredentialsByUsername(login[0], login[1]);
     if (!mount) return GO_ON;

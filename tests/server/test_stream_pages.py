@@ -6,11 +6,12 @@ import pytest
 from harness import panel
 from harness.accounts import account, user_file
 from harness.client import Connection, basic, request_text
+from harness.listener import Listener
 from harness.operator import CONF, comes_true, save
 from harness.markup import Page
-from harness.server import ADMIN, mount
+from harness.server import ADMIN, PATIENCE, mount
 from harness.source import HttpSource
-from harness.station import PROPERTIES, frames, listening, status_of
+from harness.station import PROPERTIES, frames, listening, push_until_heard, status_of
 
 TWO, ONE, LISTENER = ("two", "secret"), ("one", "secret"), ("listener", "secret")
 USERS = user_file(account(*TWO, "Mount Manager", (1, 2)), account(*ONE, "Mount Manager", (1,)),
@@ -214,7 +215,7 @@ def test_created_mount_is_there_after_a_restart(start_server):
     assert status_of(server, "/new") == 503
 
 
-@pytest.mark.parametrize("addr", ["", "/", "/;", ";stream.mp3", "/live"])
+@pytest.mark.parametrize("addr", ["", " ", "/", "/;", ";stream.mp3", "/live", "/live "])
 def test_addresses_that_make_no_mount(start_server, addr):
     server = start(start_server)
     before = saved(server)
@@ -321,6 +322,17 @@ def test_kick_disable_and_enable_of_one_mount(start_server):
     act(server, "Enable", target="/admin/stream/1/")
     assert accepts_source(server, "/live")
     assert not [line for line in saved(server) if line.startswith("SourceDisabled1")]
+
+
+def test_listener_who_hears_the_fallback_of_a_disabled_mount_goes_with_it(start_server):
+    server = start(start_server, [*mount("/live", Disabled="yes", Backup="/spare"), *mount("/spare", 2, User="spare")])
+    with HttpSource(server, "/spare", user="spare") as spare:
+        server.wait_source()
+        with Listener(server, "/live") as listener:
+            push_until_heard(spare, listener, 0)
+            act(server, "Delete", "/live")
+            assert listener.ends_within(PATIENCE)
+        assert status_of(server, "/live") == 404
 
 
 def test_reset_stats_of_one_mount(start_server):

@@ -62,6 +62,7 @@ TEST_F(StreamActions, TheAddressGetsItsSlash) {
 
 TEST_F(StreamActions, AMountWithoutAnAddressIsNotMade) {
     post({{"action", "Create"}, {"addr", ""}});
+    post({{"action", "Create"}, {"addr", " \t"}});
     post({{"action", "Create"}});
     EXPECT_EQ(MountList::GetAllMounts(false).size(), 2U);
 }
@@ -70,6 +71,11 @@ TEST_F(StreamActions, TheAddressesOfTheDefaultMountAreNotGivenAway) {
     for (const char* address : {"/", "/;", "/;stream.mp3", ";stream.mp3", "/a/;b"})
         post({{"action", "Create"}, {"addr", address}});
     EXPECT_EQ(MountList::GetAllMounts(false).size(), 2U);
+}
+
+TEST_F(StreamActions, BlanksAroundAnAddressAreNoneOfIt) {
+    post({{"action", "Create"}, {"addr", " /a b "}});
+    EXPECT_NE(MountList::GetMount("/a b", "", ""), nullptr);
 }
 
 TEST_F(StreamActions, AnAddressEndsAtTheFirstLineEnd) {

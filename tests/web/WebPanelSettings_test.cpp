@@ -249,7 +249,8 @@ TEST_F(SettingsPages, NamesThatTheFileWouldReadAsSomethingElseAreRefused) {
                   {"a1b", "x"}});
     EXPECT_EQ(Lines(section), before);
     const auto keys = Keys(root);
-    post(SERVER, {{"a=b", "x"}, {";a", "x"}, {" a", "x"}, {"\ta", "x"}, {"\rNote", "x"}});
+    post(SERVER,
+         {{"a=b", "x"}, {";a", "x"}, {" a", "x"}, {"\ta", "x"}, {"\rNote", "x"}, {"Include", "x"}});
     EXPECT_EQ(Keys(root), keys);
     post(SERVER, {{"W3CLogFile", "x.log"}});
     EXPECT_THAT(Keys(root), Contains("W3CLogFile"));

@@ -81,8 +81,9 @@ TEST(TitleFromSource, WithWrongWordsTheRequestGoesOnToTheLogin) {
     const Station station;
     for (const char* query :
          {"pass=dj:wrong&mode=updinfo", "pass=dj:&mode=updinfo", "pass=:secret&mode=updinfo",
-          "pass=:&mode=updinfo", "pass=dj&mode=updinfo", "pass=dj:secret&mode=other",
-          "pass=dj:secret", "pass=other:secret&mode=updinfo", "pass=nobody:secret&mode=updinfo"}) {
+          "pass=:&mode=updinfo", "pass=dj&mode=updinfo", "pass=dj::secret&mode=updinfo",
+          "pass=:dj:secret&mode=updinfo", "pass=dj:secret&mode=other", "pass=dj:secret",
+          "pass=other:secret&mode=updinfo", "pass=nobody:secret&mode=updinfo"}) {
         EXPECT_TRUE(
             answer_to(std::string("/admin.cgi?song=x&") + query).starts_with("HTTP/1.0 401"))
             << query;
