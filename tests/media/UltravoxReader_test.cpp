@@ -119,7 +119,7 @@ TEST(UltravoxReader, MoreThanTheBufferHoldsIsReceivedToTheEnd) {
                 ElementsAre("Read Head moved: 8", "23130"));
 }
 
-TEST(UltravoxReader, ASilentOrMissingPeerIsTheEnd) {
+TEST(UltravoxReader, AClosedSocketIsTheEnd) {
     LoopbackPair pair;
     pair.server->Close();
     UltravoxReader reader(pair.server);

@@ -263,6 +263,22 @@ TEST_F(MountSource, AKickOfAWaitingMountIsForgottenByItsNextSource) {
     EXPECT_TRUE(has_packets(32));
 }
 
+TEST_F(MountSource, OfTwoKicksInARowNoneIsLeftForTheNextSource) {
+    LogLines log;
+    connect(PLAIN).Send(std::string(8192, 'a'));
+    ASSERT_TRUE(has_packets(16));
+    mount->Kick();
+    mount->Kick();
+    EXPECT_TRUE(comes_true([this] { return !mount->IsConnected(); }));
+    connect(PLAIN).Send(std::string(8192, 'b'));
+    ASSERT_TRUE(has_packets(32));
+    source->Send(std::string(8192, 'c'));
+    EXPECT_TRUE(has_packets(48));
+    EXPECT_TRUE(mount->IsConnected());
+    log.All();
+    EXPECT_EQ(log.Count("Source Disconnected"), 1) << "the one that was kicked";
+}
+
 // By itself it would be waited for half a minute.
 TEST_F(MountSource, AStopEndsASilentSourceAtOnce) {
     connect(PLAIN);

@@ -410,6 +410,56 @@ TEST_F(Limits, AQueueOfMoreThanAMegabyteEndsTheListener) {
                          " Count: " + std::to_string(queued) + " Last Send: 0"));
 }
 
+// As much is retained as ever is of such a stream: more than a listener may have queued.
+struct FullBurst : Limits {
+    static constexpr std::uint64_t PACKETS = 1048576 / OnAir::PACKET;
+    OnAir air{"/live"};
+
+    FullBurst() {
+        air.Connect();
+        for (std::uint64_t fed = 0; fed < PACKETS; fed += OnAir::PACKETS_PER_FEED)
+            air.FeedAndDeliver(static_cast<char>('a' + fed / OnAir::PACKETS_PER_FEED % 26));
+    }
+    std::string retained() const {
+        std::string bytes;
+        for (const auto& packet : air.mount->GetPacketBuffer()->GetBufferSnapShot())
+            bytes.append(packet->data.begin(), packet->data.end());
+        return bytes;
+    }
+};
+
+TEST_F(FullBurst, AListenerThatReadsHasTakenEnoughBeforeItsQueueIsLookedAt) {
+    const std::string burst = retained();
+    ASSERT_EQ(burst.size(), PACKETS * OnAir::PACKET);
+    Visitor listener("GET /live HTTP/1.0\r\n\r\n");
+    listener.Slice();
+    EXPECT_EQ(listener.receiver->Status(), 1);
+    EXPECT_LE(ReceiverProbe{*listener.receiver}.QueuedPackets() * OnAir::PACKET, 1028096U);
+    std::string heard;
+    const auto hears_all = [&] {
+        heard += listener.pair.ReceiveWaiting();
+        listener.Slice();
+        return body(heard) == burst;
+    };
+    EXPECT_TRUE(comes_true(hears_all)) << body(heard).size() << " bytes were heard";
+    EXPECT_EQ(listener.receiver->Status(), 1);
+    log.All();
+    EXPECT_EQ(log.Count("Receiver disconnected"), 0);
+}
+
+TEST_F(FullBurst, AListenerWhoseSocketIsFullIsEndedByIt) {
+    Visitor listener("GET /live HTTP/1.0\r\n\r\n");
+    listener.StopReading();
+    listener.Slice();
+    EXPECT_EQ(listener.receiver->Status(), 2);
+    EXPECT_EQ(listener.receiver->LastError(), 105);
+    EXPECT_TRUE(log.Wait("<127.0.0.1> Receiver disconnected due to too large of a packet queue.  "
+                         "Size: 1048500 Count: 2097 Last Send: 0"));
+    listener.Slice();
+    EXPECT_EQ(air.mount->ReceiverSize(), 0U);
+    EXPECT_EQ(ReceiverProbe{*listener.receiver}.QueuedPackets(), 0U);
+}
+
 TEST_F(Limits, AListenerThatTakesNothingEndsAfterFifteenSeconds) {
     OnAir air("/live");
     air.Connect();
