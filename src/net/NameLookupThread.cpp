@@ -48,10 +48,14 @@ void NameLookupThread::Init() {
 void NameLookupThread::Start() {
     if (started) return; // at once, though another may be waiting for the end of a lookup
     const std::lock_guard guard(thread_lock);
-    if (started) return;
+    if (started.exchange(true)) return;
     stop = false;
-    lookup_thread = std::thread(ProcessLookups);
-    started = true; // not before there is a thread
+    try {
+        lookup_thread = std::thread(ProcessLookups);
+    } catch (...) {
+        started = false; // or what nobody serves would be queued
+        throw;
+    }
 }
 
 void NameLookupThread::SignalStop() { stop = true; }
